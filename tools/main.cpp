@@ -1,0 +1,144 @@
+// The kelscan program: one sub-command group per capability of the library.
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <memory>
+
+#include "Cli.h"
+#include "platform/KelString.h"
+#include "platform/Trace.h"
+
+namespace kelscan_cli {
+namespace {
+
+struct Registry {
+    std::vector<std::pair<std::string, CommandSetup>> commands;
+    std::multimap<int, std::pair<std::string, DemoStep>> demos;
+};
+
+Registry& GetRegistry() {
+    static Registry registry;
+    return registry;
+}
+
+int g_exit = 0;
+bool g_verbose = false;
+
+// Trace lines of the library go to stderr; informational lines (level > 0) only with -v.
+void ProgramTraceSink(void* /*context*/, int level, const wchar_t* line) {
+    if (level > 0 && !g_verbose) return;
+    std::cerr << kel_text::WideToUtf8(line) << '\n';
+}
+
+}  // namespace
+
+CommandRegistrar::CommandRegistrar(const char* name, CommandSetup setup) {
+    GetRegistry().commands.emplace_back(name, setup);
+}
+
+DemoRegistrar::DemoRegistrar(int order, const char* name, DemoStep step) {
+    GetRegistry().demos.emplace(order, std::make_pair(std::string(name), step));
+}
+
+void SetExit(int status) { g_exit = status; }
+
+int Fail(const std::string& message) {
+    std::cerr << "kelscan: " << message << '\n';
+    return kExitBadInput;
+}
+
+bool ParseDouble(const std::string& text, double& value) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (end == text.c_str() || *end != '\0' || !std::isfinite(v)) return false;
+    value = v;
+    return true;
+}
+
+bool ParseInt(const std::string& text, int& value) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    const long v = std::strtol(text.c_str(), &end, 10);
+    if (end == text.c_str() || *end != '\0' || v < -2147483647L - 1 || v > 2147483647L)
+        return false;
+    value = static_cast<int>(v);
+    return true;
+}
+
+std::vector<std::string> SplitCsv(const std::string& line) {
+    std::vector<std::string> fields;
+    std::string cur;
+    auto push = [&]() {
+        const std::size_t a = cur.find_first_not_of(" \t\r\n");
+        const std::size_t b = cur.find_last_not_of(" \t\r\n");
+        fields.push_back(a == std::string::npos ? std::string() : cur.substr(a, b - a + 1));
+        cur.clear();
+    };
+    for (char c : line) {
+        if (c == ',') {
+            push();
+        } else {
+            cur += c;
+        }
+    }
+    push();
+    return fields;
+}
+
+bool ReadLines(const std::string& path, std::vector<std::string>& lines) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    lines.clear();
+    std::string line;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        lines.push_back(line);
+    }
+    return true;
+}
+
+}  // namespace kelscan_cli
+
+int main(int argc, char** argv) {
+    using namespace kelscan_cli;
+    kel_trace::SetTraceSink(&ProgramTraceSink, nullptr);
+
+    CLI::App app{"kelscan: camera orientation, scan planning, surfaces and scan files for a "
+                 "total station with a camera"};
+    app.require_subcommand(1);
+    app.add_flag("-v,--verbose", g_verbose, "Also print the library's informational lines");
+
+    std::string dataDir = KELSCAN_DEFAULT_DATA_DIR;
+    if (const char* env = std::getenv("KELSCAN_DATA")) dataDir = env;
+    CLI::App* demo = app.add_subcommand("demo", "Run the library's main job on the sample data");
+    demo->add_option("--data", dataDir, "Folder of the sample data")->capture_default_str();
+    demo->callback([&]() {
+        for (const auto& step : GetRegistry().demos) {
+            std::cout << "== " << step.second.first << '\n';
+            const int status = step.second.second(std::cout, dataDir);
+            if (status != 0) {
+                SetExit(status);
+                return;
+            }
+            std::cout << '\n';
+        }
+        SetExit(0);
+    });
+
+    for (const auto& command : GetRegistry().commands) command.second(app);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        // One line, exit status 2, whatever CLI11's own code would be.
+        return Fail(e.what());
+    }
+    return g_exit;
+}
