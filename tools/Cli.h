@@ -42,4 +42,19 @@ std::vector<std::string> SplitCsv(const std::string& line);
 // Reads a text file's lines (CR LF or LF); false when it cannot be opened.
 bool ReadLines(const std::string& path, std::vector<std::string>& lines);
 
+// One row of a numeric CSV file: an optional leading name (a first field that is not a
+// number) and the numbers that follow. `line` is the 1-based line number in the file.
+struct CsvRow {
+    std::string name;
+    std::vector<double> values;
+    int line = 0;
+};
+
+// Reads a CSV file of numeric rows. Blank lines and lines starting with '#' are skipped, and so
+// is a first line whose fields are not numbers (a header). Every other row must carry at least
+// minValues numbers after its optional name; otherwise error is "FILE:LINE: ..." and the
+// result false. A file that cannot be opened or holds no row fails too.
+bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& rows,
+                 std::string& error);
+
 }  // namespace kelscan_cli
