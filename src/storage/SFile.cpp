@@ -1,0 +1,459 @@
+#include "storage/SFile.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/Bytes.h"
+#include "platform/Trace.h"
+
+namespace {
+
+const char kMagic[] = "SFILE_VER01";
+const wchar_t kTempDB[] = L"\\temp\\temp.DB";
+const wchar_t kDelTempDB[] = L"\\temp\\del_temp.DB";
+// Records per write when many are written at once (64 KiB blocks).
+constexpr int kRecordsPerBlock = 256;
+// Fields of a database text line: name, X, Y, Z, code, value, first text, second text.
+constexpr std::size_t kCsvFields = 8;
+
+// Offset of record n, as unsigned arithmetic so that n < 1 cannot overflow a shift.
+long RecordPos(int n) { return static_cast<long>((static_cast<unsigned long>(n - 1) << 8) | 32u); }
+
+// The file's length in whole records.
+int WholeRecords(ULONGLONG length) {
+    if (length < static_cast<ULONGLONG>(CSFile::kHeaderSize + 1)) return 0;
+    return static_cast<int>((length - CSFile::kHeaderSize) / CSFile::kRecordSize);
+}
+
+// Texts of a text line cannot hold the field separator or a line end.
+std::string CsvText(const kel_text::CKelString& s) {
+    std::string t = kel_text::WideToSingleByte(s);
+    for (char& c : t)
+        if (c == ',' || c == '\r' || c == '\n') c = ' ';
+    return t;
+}
+
+bool ParseDouble(const std::string& s, double& v) {
+    if (s.empty()) return false;
+    char* end = nullptr;
+    v = std::strtod(s.c_str(), &end);
+    return *end == '\0';
+}
+
+bool ParseInt32(const std::string& s, std::int32_t& v) {
+    if (s.empty()) return false;
+    char* end = nullptr;
+    errno = 0;
+    const long long x = std::strtoll(s.c_str(), &end, 10);
+    if (*end != '\0' || errno != 0 || x < INT32_MIN || x > INT32_MAX) return false;
+    v = static_cast<std::int32_t>(x);
+    return true;
+}
+
+// One database text line into pt; false when it has fewer than 4 or more than 8 fields or a
+// number does not parse.
+bool ParseCsvLine(const char* line, CSPoint& pt) {
+    std::vector<std::string> f(1);
+    for (const char* p = line; *p != '\0'; ++p) {
+        if (*p == ',') {
+            if (f.size() == kCsvFields) return false;
+            f.emplace_back();
+        } else {
+            f.back() += *p;
+        }
+    }
+    if (f.size() < 4) return false;
+    pt.Init();
+    pt.m_name = kel_text::SingleByteToWide(f[0].c_str());
+    if (!ParseDouble(f[1], pt.m_X) || !ParseDouble(f[2], pt.m_Y) || !ParseDouble(f[3], pt.m_Z))
+        return false;
+    if (f.size() > 4) pt.m_code = kel_text::SingleByteToWide(f[4].c_str());
+    if (f.size() > 5 && !ParseInt32(f[5], pt.m_value)) return false;
+    if (f.size() > 6) pt.m_text1 = kel_text::SingleByteToWide(f[6].c_str());
+    if (f.size() > 7) pt.m_text2 = kel_text::SingleByteToWide(f[7].c_str());
+    return true;
+}
+
+}  // namespace
+
+CSFile::CSFile() : m_nRecNo(0), m_nCurrRecNo(0), m_pLog(nullptr) {
+    std::memset(m_header.b, 0, SHEADERREC::kSize);
+}
+
+CSFile::~CSFile() { m_file.Abort(); }
+
+int CSFile::OpenDB(const wchar_t* path, int mode) {
+    if (path == nullptr || *path == L'\0') return SFILE_BADARG;
+    m_file.Abort();
+    Reset();
+    UINT flags = CFile::modeRead;
+    if (mode == SFILE_UPDATE)
+        flags = CFile::modeReadWrite | CFile::modeCreate | CFile::modeNoTruncate;
+    if (mode == SFILE_CREATE) flags = CFile::modeReadWrite | CFile::modeCreate;
+    if (!m_file.Open(path, flags)) return SFILE_IOERR;
+    try {
+        ULONGLONG length = m_file.GetLength();
+        if (length == 0 && mode != SFILE_READ) {
+            long a = 0, b = 0;
+            if (WriteHeader(a, b) != 0) throw CFileException(CFileException::hardIO);
+            length = SHEADERREC::kSize;
+        }
+        SHEADERREC h;
+        std::memset(h.b, 0, SHEADERREC::kSize);
+        m_file.SeekToBegin();
+        if (m_file.Read(h.b, SHEADERREC::kSize) < SHEADERREC::kSize || !IsHeader(h)) {
+            m_file.Abort();
+            return SFILE_BADDATA;
+        }
+        m_header = h;
+        const int n = WholeRecords(length);
+        // A torn trailing record is cut off before anything is appended after it.
+        if (mode != SFILE_READ && length != static_cast<ULONGLONG>(GetRecordPos(n + 1)))
+            m_file.SetLength(static_cast<ULONGLONG>(GetRecordPos(n + 1)));
+        m_strName = path;
+        return n;
+    } catch (CFileException&) {
+        m_file.Abort();
+        return SFILE_IOERR;
+    }
+}
+
+int CSFile::CloseDB() {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    int rc = 0;
+    try {
+        m_file.Flush();
+    } catch (CFileException&) {
+        rc = SFILE_IOERR;
+    }
+    m_file.Abort();
+    return rc;
+}
+
+void CSFile::WriteRecords(CFile& file, kel_templ::CKelArray<CSPoint, CSPoint&>& pts, int n) {
+    std::vector<std::uint8_t> block(static_cast<std::size_t>(kRecordsPerBlock) * kRecordSize);
+    file.Seek(RecordPos(n), CFile::begin);
+    for (int first = 0; first < pts.GetSize(); first += kRecordsPerBlock) {
+        const int count =
+            pts.GetSize() - first < kRecordsPerBlock ? pts.GetSize() - first : kRecordsPerBlock;
+        for (int i = 0; i < count; ++i) {
+            SPOINTREC rec;
+            ConvSPoint2Rec(pts[first + i], rec);
+            std::memcpy(block.data() + static_cast<std::size_t>(i) * kRecordSize, rec.b,
+                        kRecordSize);
+        }
+        file.Write(block.data(), static_cast<UINT>(count * kRecordSize));
+        for (int i = 0; i < count; ++i) pts[first + i].m_recNo = n + first + i;
+    }
+}
+
+int CSFile::WriteDB(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
+    if (path == nullptr || *path == L'\0') return SFILE_BADARG;
+    CreateDirectoryW(L"\\temp", nullptr);
+    try {
+        CFile tmp;
+        if (!tmp.Open(kTempDB, CFile::modeCreate | CFile::modeWrite)) return SFILE_IOERR;
+        SHEADERREC h;
+        MakeHeader(h);
+        std::memcpy(h.b + SHEADERREC::kOffValue1, m_header.b + SHEADERREC::kOffValue1, 8);
+        tmp.Write(h.b, SHEADERREC::kSize);
+        WriteRecords(tmp, pts, 1);
+        tmp.Flush();
+        tmp.Close();
+    } catch (CFileException&) {
+        DeleteFileW(kTempDB);
+        return SFILE_IOERR;
+    } catch (std::bad_alloc&) {
+        DeleteFileW(kTempDB);
+        return SFILE_NOMEM;
+    }
+    if (FileExists(kDelTempDB)) DeleteFileW(kDelTempDB);
+    const bool hadOld = FileExists(path) != FALSE;
+    if (hadOld && !MoveFileW(path, kDelTempDB)) {
+        DeleteFileW(kTempDB);
+        return SFILE_IOERR;
+    }
+    if (!MoveFileW(kTempDB, path)) {
+        if (hadOld) MoveFileW(kDelTempDB, path);
+        DeleteFileW(kTempDB);
+        return SFILE_IOERR;
+    }
+    if (hadOld) DeleteFileW(kDelTempDB);
+    return pts.GetSize();
+}
+
+long CSFile::GetRecordPos(int n) { return RecordPos(n); }
+
+int CSFile::CountRecords() {
+    if (!m_file.IsOpen()) return 0;
+    try {
+        return WholeRecords(m_file.GetLength());
+    } catch (CFileException&) {
+        return 0;
+    }
+}
+
+int CSFile::GetRecordNo() {
+    if (!m_file.IsOpen()) return 0;
+    m_nRecNo = CountRecords();
+    LOGMESSAGE(kSFileInfoLevel, L"Your %s file is %u rec.", m_strName.GetString(),
+               static_cast<unsigned>(m_nRecNo));
+    return m_nRecNo;
+}
+
+int CSFile::GetCurrRecordNo() {
+    if (!m_file.IsOpen()) return -1;
+    ULONGLONG pos = 0;
+    try {
+        pos = m_file.GetPosition();
+    } catch (CFileException&) {
+        pos = 0;
+    }
+    m_nCurrRecNo = pos < static_cast<ULONGLONG>(kHeaderSize + 1)
+                       ? -1
+                       : static_cast<int>((pos - kHeaderSize) / kRecordSize);
+    LOGMESSAGE(kSFileInfoLevel, L"Curr recNo(%u)", static_cast<unsigned>(m_nCurrRecNo));
+    return m_nCurrRecNo;
+}
+
+int CSFile::MoveTo(int n) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    if (n < 1) return SFILE_BADARG;
+    try {
+        m_file.Seek(GetRecordPos(n), CFile::begin);
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    return 0;
+}
+
+int CSFile::ReadHeader(long* values) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    SHEADERREC h;
+    try {
+        m_file.SeekToBegin();
+        if (m_file.Read(h.b, SHEADERREC::kSize) < SHEADERREC::kSize) return SFILE_BADDATA;
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    m_header = h;
+    if (values != nullptr) {
+        values[0] = kel_bytes::GetI32(h.b, SHEADERREC::kOffValue1);
+        values[1] = kel_bytes::GetI32(h.b, SHEADERREC::kOffValue2);
+    }
+    return 0;
+}
+
+int CSFile::WriteHeader(long& a, long& b) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    SHEADERREC h;
+    MakeHeader(h);
+    kel_bytes::PutI32(h.b, SHEADERREC::kOffValue1, static_cast<std::int32_t>(a));
+    kel_bytes::PutI32(h.b, SHEADERREC::kOffValue2, static_cast<std::int32_t>(b));
+    try {
+        m_file.SeekToBegin();
+        m_file.Write(h.b, SHEADERREC::kSize);
+        m_file.Flush();
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    m_header = h;
+    return 0;
+}
+
+void CSFile::MakeHeader(SHEADERREC& header) {
+    std::memset(header.b, 0, SHEADERREC::kSize);
+    std::memcpy(header.b + SHEADERREC::kOffMagic, kMagic, SHEADERREC::kLenMagic);
+    header.b[17] = 1;
+    header.b[20] = 0x20;
+}
+
+int CSFile::IsHeader(SHEADERREC& header) {
+    return std::memcmp(header.b + SHEADERREC::kOffMagic, kMagic, SHEADERREC::kLenMagic) == 0 ? 1
+                                                                                             : 0;
+}
+
+int CSFile::IsAliveRecord(const SPOINTREC& rec) {
+    return rec.b[SPOINTREC::kOffStatus] != kSPointDeleted ? 1 : 0;
+}
+
+int CSFile::IsAliveRecord(const CSPoint& pt) { return pt.m_status != kSPointDeleted ? 1 : 0; }
+
+int CSFile::ReadPoint(CSPoint& pt, int n) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    if (n < 1 || n > CountRecords()) return SFILE_BADARG;
+    SPOINTREC rec;
+    try {
+        m_file.Seek(GetRecordPos(n), CFile::begin);
+        if (m_file.Read(rec.b, SPOINTREC::kSize) < SPOINTREC::kSize) return SFILE_BADDATA;
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    ConvRec2SPoint(rec, pt);
+    pt.m_recNo = n;
+    return n;
+}
+
+int CSFile::AddPoint(CSPoint& pt) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    const int n = CountRecords() + 1;
+    SPOINTREC rec;
+    ConvSPoint2Rec(pt, rec);
+    try {
+        m_file.Seek(GetRecordPos(n), CFile::begin);
+        m_file.Write(rec.b, SPOINTREC::kSize);
+        m_file.Flush();
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    pt.m_recNo = n;
+    return n;
+}
+
+int CSFile::AddPoint(kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    try {
+        WriteRecords(m_file, pts, CountRecords() + 1);
+        m_file.Flush();
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    } catch (std::bad_alloc&) {
+        return SFILE_NOMEM;
+    }
+    return pts.GetSize();
+}
+
+int CSFile::UpdatePoint(const CSPoint& pt) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    const int n = pt.m_recNo;
+    if (n < 1 || n > CountRecords()) return SFILE_BADARG;
+    SPOINTREC rec;
+    ConvSPoint2Rec(pt, rec);
+    try {
+        m_file.Seek(GetRecordPos(n), CFile::begin);
+        m_file.Write(rec.b, SPOINTREC::kSize);
+        m_file.Flush();
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+    return n;
+}
+
+int CSFile::DeletePoint(const CSPoint& pt) {
+    CSPoint dead(pt);
+    dead.m_status = kSPointDeleted;
+    const int rc = UpdatePoint(dead);
+    if (rc == dead.m_recNo && m_pLog != nullptr) m_pLog->WriteRec(dead);
+    return rc;
+}
+
+int CSFile::DeletePoint(int n) {
+    CSPoint pt;
+    const int rc = ReadPoint(pt, n);
+    if (rc < 0) return rc;
+    pt.m_recNo = n;
+    return DeletePoint(pt);
+}
+
+void CSFile::Reset() {
+    m_strName.Empty();
+    m_nRecNo = 0;
+    m_nCurrRecNo = 0;
+    std::memset(m_header.b, 0, SHEADERREC::kSize);
+}
+
+int CSFile::ReadCSV(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
+    CFile file;
+    if (path == nullptr || !file.Open(path, CFile::modeRead)) return SFILE_IOERR;
+    try {
+        kel_templ::CKelArray<CSPoint, CSPoint&> read;
+        std::vector<char> line(kCsvLineMax + 1);
+        for (;;) {
+            const int len = GetImgCsvLine(file, line.data());
+            if (len == SFILE_END) break;
+            if (len < 0) return len;
+            if (len == 0) continue;
+            CSPoint pt;
+            if (!ParseCsvLine(line.data(), pt)) return SFILE_BADDATA;
+            read.Add(pt);
+        }
+        for (int i = 0; i < read.GetSize(); ++i) pts.Add(read[i]);
+        return read.GetSize();
+    } catch (std::bad_alloc&) {
+        return SFILE_NOMEM;
+    }
+}
+
+int CSFile::WriteCSV(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&>* pts) {
+    if (path == nullptr || pts == nullptr) return SFILE_BADARG;
+    try {
+        CFile file;
+        if (!file.Open(path, CFile::modeCreate | CFile::modeWrite)) return SFILE_IOERR;
+        std::string out;
+        std::vector<char> buf(256);
+        for (int i = 0; i < pts->GetSize(); ++i) {
+            const CSPoint& p = (*pts)[i];
+            const std::string name = CsvText(p.m_name), code = CsvText(p.m_code);
+            const std::string t1 = CsvText(p.m_text1), t2 = CsvText(p.m_text2);
+            for (;;) {
+                const int n =
+                    std::snprintf(buf.data(), buf.size(), "%s,%.6f,%.6f,%.6f,%s,%d,%s,%s\r\n",
+                                  name.c_str(), p.m_X, p.m_Y, p.m_Z, code.c_str(),
+                                  static_cast<int>(p.m_value), t1.c_str(), t2.c_str());
+                if (n >= 0 && static_cast<std::size_t>(n) < buf.size()) {
+                    out.append(buf.data(), static_cast<std::size_t>(n));
+                    break;
+                }
+                buf.resize(n >= 0 ? static_cast<std::size_t>(n) + 1 : buf.size() * 2);
+            }
+        }
+        file.Write(out.data(), static_cast<UINT>(out.size()));
+        file.Flush();
+        file.Close();
+        return pts->GetSize();
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    } catch (std::bad_alloc&) {
+        return SFILE_NOMEM;
+    }
+}
+
+int CSFile::GetImgCsvLine(CFile& file, char* line) {
+    if (line == nullptr) return SFILE_BADARG;
+    line[0] = '\0';
+    // A chunk holds the longest line and its CR LF.
+    char chunk[kCsvLineMax + 2];
+    try {
+        const ULONGLONG start = file.GetPosition();
+        const UINT n = file.Read(chunk, sizeof chunk);
+        if (n == 0) return SFILE_END;
+        const char* nl = static_cast<const char*>(std::memchr(chunk, '\n', n));
+        if (nl == nullptr && n == sizeof chunk) {
+            // Too long: skip to the next line end (or the end of the file).
+            for (;;) {
+                const UINT m = file.Read(chunk, sizeof chunk);
+                if (m == 0) break;
+                nl = static_cast<const char*>(std::memchr(chunk, '\n', m));
+                if (nl != nullptr) {
+                    file.Seek(static_cast<LONGLONG>(nl - chunk) + 1 - m, CFile::current);
+                    break;
+                }
+            }
+            return SFILE_BADDATA;
+        }
+        std::size_t len = nl != nullptr ? static_cast<std::size_t>(nl - chunk) : n;
+        if (nl != nullptr) file.Seek(static_cast<LONGLONG>(start + len + 1), CFile::begin);
+        if (len > 0 && chunk[len - 1] == '\r') --len;
+        if (len > static_cast<std::size_t>(kCsvLineMax)) return SFILE_BADDATA;
+        std::memcpy(line, chunk, len);
+        line[len] = '\0';
+        return static_cast<int>(len);
+    } catch (CFileException&) {
+        return SFILE_IOERR;
+    }
+}

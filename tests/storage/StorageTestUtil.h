@@ -1,0 +1,54 @@
+#pragma once
+// Shared pieces of the storage tests: a fixed clock, sample points, byte helpers.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/Time.h"
+#include "storage/SPoint.h"
+
+namespace storage_test {
+
+// A clock fixed at 2024-03-05 06:07:08.009 UTC: date code (3 + 2024 * 12) * 31 + 5 = 753026,
+// time code ((6 * 60 + 7) * 60 + 8) * 1000 + 9 = 22028009.
+constexpr long kDateCode = 753026;
+constexpr long kTimeCode = 22028009;
+
+inline std::uint64_t FixedClock(void*) {
+    SYSTEMTIME st{2024, 3, 2, 5, 6, 7, 8, 9};
+    FILETIME ft;
+    SystemTimeToFileTime(&st, &ft);
+    return kel_time::ToTicks(ft);
+}
+
+// Point number i of a synthetic scan: every field derived from i, so a record read back can be
+// checked against its number.
+inline CSPoint ScanPoint(int i) {
+    CSPoint p;
+    p.m_name.Format(L"P%d", i);
+    p.m_X = 1000.0 + i * 0.5;
+    p.m_Y = -2000.0 - i * 0.25;
+    p.m_Z = i * 0.125;
+    p.m_text1.Format(L"first %d", i);
+    p.m_text2.Format(L"second %d", i);
+    p.m_code = L"WALL";
+    p.m_value = i * 7;
+    return p;
+}
+
+inline bool SamePoint(const CSPoint& a, const CSPoint& b) {
+    return a.m_name == b.m_name && a.m_X == b.m_X && a.m_Y == b.m_Y && a.m_Z == b.m_Z &&
+           a.m_text1 == b.m_text1 && a.m_text2 == b.m_text2 && a.m_status == b.m_status &&
+           a.m_code == b.m_code && a.m_value == b.m_value;
+}
+
+inline std::vector<std::uint8_t> Bytes(const std::string& s) {
+    return std::vector<std::uint8_t>(s.begin(), s.end());
+}
+
+// Writes text at off of b.
+inline void Put(std::vector<std::uint8_t>& b, std::size_t off, const char* text) {
+    for (std::size_t i = 0; text[i] != '\0'; ++i) b[off + i] = static_cast<std::uint8_t>(text[i]);
+}
+
+}  // namespace storage_test
