@@ -29,41 +29,6 @@ protected:
     }
 };
 
-// The record of P1 (1.5, -2, 0.25), texts "ab" / "cd", deleted, code WALL, integer 0x01020304.
-std::vector<std::uint8_t> GoldenRecord() {
-    std::vector<std::uint8_t> b(256, 0);
-    Put(b, 0, "P1");                                           // 0: name
-    const std::uint8_t x[8] = {0, 0, 0, 0, 0, 0, 0xF8, 0x3F};  // 32: 1.5
-    const std::uint8_t y[8] = {0, 0, 0, 0, 0, 0, 0x00, 0xC0};  // 40: -2.0
-    const std::uint8_t z[8] = {0, 0, 0, 0, 0, 0, 0xD0, 0x3F};  // 48: 0.25
-    std::memcpy(&b[32], x, 8);
-    std::memcpy(&b[40], y, 8);
-    std::memcpy(&b[48], z, 8);
-    Put(b, 56, "ab");     // 56: first text
-    Put(b, 120, "cd");    // 120: second text
-    b[184] = 'D';         // 184: status
-    Put(b, 185, "WALL");  // 185: code
-    b[217] = 0x04;        // 217: integer, unaligned, low byte first
-    b[218] = 0x03;
-    b[219] = 0x02;
-    b[220] = 0x01;
-    return b;  // 221..255: zero
-}
-
-CSPoint GoldenPoint() {
-    CSPoint p;
-    p.m_name = L"P1";
-    p.m_X = 1.5;
-    p.m_Y = -2.0;
-    p.m_Z = 0.25;
-    p.m_text1 = L"ab";
-    p.m_text2 = L"cd";
-    p.m_status = 'D';
-    p.m_code = L"WALL";
-    p.m_value = 0x01020304;
-    return p;
-}
-
 TEST(SPoint, RecordBytesAreGoldenAndReadBack) {
     SPOINTREC rec;
     std::memset(rec.b, 0xEE, sizeof rec.b);
