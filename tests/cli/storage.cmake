@@ -1,0 +1,59 @@
+# kelscan sdb / log / project: exact output on the sample data, a round trip through a text
+# file, and one line with exit status 2 on bad input.
+
+include(${CMAKE_CURRENT_LIST_DIR}/lib/check.cmake)
+
+set(W ${WORK}/storage)
+file(REMOVE_RECURSE ${W})
+file(MAKE_DIRECTORY ${W})
+
+expect_output("file: ${DATA}/scan.dbs\nrecords: 12\nlive: 11\ndeleted: 1\nheader values: 753026,22028009\nstarted: 2024-03-05 06:07:08.009 UTC\n"
+    sdb info ${DATA}/scan.dbs)
+run_kelscan(out rc err sdb dump ${DATA}/scan.dbs)
+string(FIND "${out}" "5,deleted,S005,1020.000000,498.500000,102.000000,WALL,5,H=355.7108,fine scan 1\n" at)
+if(NOT rc EQUAL 0 OR at EQUAL -1)
+    message(FATAL_ERROR "sdb dump: rc=${rc}\n${out}")
+endif()
+expect_output("log: ${DATA}/SDB.log\nstate: interrupted (the scan was not ended)\ndatabase: \\Data\\scan.dbs\nvalue: 12\ntext: fine scan 1\nstarted: 2024-03-05 06:07:08.009 UTC (codes 753026,22028009)\nlast point: S008,1020.000000,501.500000,102.000000,WALL,8,H=4.2892,fine scan 1\n"
+    log status ${DATA}/SDB.log)
+expect_output("imc: \\Data\\P1.imc\ncsv: \\Data\\P1.csv\ntmp imc: \\Data\\tmp_P1.imc\ntmp csv: \\Data\\tmp_P1.csv\nold imc: \\Data\\tmpdel_P1.imc\nold csv: \\Data\\tmpdel_P1.csv\nDLT: \\Data\\P1.DLT\nbackup: \\Data\\P1.bkh\ncamera: (no *.cam in the folder)\n"
+    project paths \\Data P1)
+
+file(MAKE_DIRECTORY ${W}/Data)
+file(WRITE ${W}/Data/b.cam "")
+file(WRITE ${W}/Data/a.cam "")
+run_kelscan(out rc err project paths ${W}/Data P2)
+string(FIND "${out}" "\ncamera: ${W}/Data\\a.cam\n" at)
+if(NOT rc EQUAL 0 OR at EQUAL -1)
+    message(FATAL_ERROR "project paths with a camera file: rc=${rc}\n${out}")
+endif()
+
+# Export the live points, import them into a new database, delete one there.
+expect_output("exported 11 live points of 12 records to ${W}/live.csv\n"
+    sdb export-csv ${DATA}/scan.dbs ${W}/live.csv)
+expect_output("imported 11 points into ${W}/copy.dbs\n" sdb import-csv ${W}/live.csv ${W}/copy.dbs)
+if(EXISTS ${W}/temp)
+    message(FATAL_ERROR "import-csv left its temp folder behind")
+endif()
+expect_output("deleted record 4 (S004)\n" sdb delete 4 ${W}/copy.dbs)
+expect_output("record 4 (S004) was already deleted\n" sdb delete 4 ${W}/copy.dbs)
+run_kelscan(out rc err sdb info ${W}/copy.dbs)
+string(FIND "${out}" "records: 11\nlive: 10\ndeleted: 1\n" at)
+if(NOT rc EQUAL 0 OR at EQUAL -1)
+    message(FATAL_ERROR "sdb info after delete: rc=${rc}\n${out}")
+endif()
+
+# Bad input.
+expect_bad_input("cannot read ${W}/missing.dbs" sdb info ${W}/missing.dbs)
+expect_bad_input("${W}/live.csv is not a scan point database" sdb dump ${W}/live.csv)
+expect_bad_input("record 12 is not in ${W}/copy.dbs (11 records)" sdb delete 12 ${W}/copy.dbs)
+expect_bad_input("\"two\" is not a record number" sdb delete two ${W}/copy.dbs)
+file(WRITE ${W}/bad.csv "P1,1,2,3\nP2,1,x,3\n")
+expect_bad_input("${W}/bad.csv has a line that is not name,X,Y,Z[,code,value,text1,text2]"
+    sdb import-csv ${W}/bad.csv ${W}/bad.dbs)
+if(EXISTS ${W}/bad.dbs)
+    message(FATAL_ERROR "a failed import wrote a database")
+endif()
+file(SIZE ${W}/live.csv live_size)
+expect_bad_input("${W}/live.csv is not a scan log (${live_size} bytes, want 768)" log status ${W}/live.csv)
+expect_bad_input("cannot read ${W}/none.log" log status ${W}/none.log)
