@@ -29,7 +29,7 @@ namespace {
 constexpr int kKills = 200;
 constexpr unsigned kSeed = 20240305;
 
-class CrashTest : public kel_test::KelFixture {};
+class KillTest : public kel_test::KelFixture {};
 
 // Runs body in a child process, kills it after delayUs microseconds (unless it ended first) and
 // reaps it. Returns true when the child was killed, false when it exited on its own.
@@ -73,7 +73,7 @@ XYZArray Version(int n) {
     return a;
 }
 
-TEST_F(CrashTest, SafeReplacementKeepsACompleteVersion) {
+TEST_F(KillTest, SafeReplacementKeepsACompleteVersion) {
     ASSERT_TRUE(CreateDirectoryW(L"\\Data", nullptr));
     CProject pr(L"P1");
     pr.FilePathMake(L"\\Data");
@@ -109,7 +109,7 @@ TEST_F(CrashTest, SafeReplacementKeepsACompleteVersion) {
     RecordProperty("KillsWithoutCurrentFile", withoutCurrent);
 }
 
-TEST_F(CrashTest, InterruptedScanIsRecognisedAndItsLastPointIsInTheDatabase) {
+TEST_F(KillTest, InterruptedScanIsRecognisedAndItsLastPointIsInTheDatabase) {
     constexpr int kPoints = 20;
     auto scan = []() {
         CSDBLog log;
@@ -188,7 +188,7 @@ TEST_F(CrashTest, InterruptedScanIsRecognisedAndItsLastPointIsInTheDatabase) {
     EXPECT_GE(finished + beforeHeader, 1);
 }
 
-TEST_F(CrashTest, DatabaseNeverShowsATornRecordAsLive) {
+TEST_F(KillTest, DatabaseNeverShowsATornRecordAsLive) {
     auto append = []() {
         CSFile db;
         const int have = db.OpenDB(L"\\scan.dbs", SFILE_UPDATE);
