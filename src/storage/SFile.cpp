@@ -81,7 +81,8 @@ bool ParseCsvLine(const char* line, CSPoint& pt) {
 
 }  // namespace
 
-CSFile::CSFile() : m_nRecNo(0), m_nCurrRecNo(0), m_pLog(nullptr) {
+CSFile::CSFile()
+    : m_nRecNo(0), m_nCurrRecNo(0), m_pLog(nullptr), m_nKnownRecords(0), m_knownPos(-1) {
     std::memset(m_header.b, 0, SHEADERREC::kSize);
 }
 
@@ -116,6 +117,7 @@ int CSFile::OpenDB(const wchar_t* path, int mode) {
         if (mode != SFILE_READ && length != static_cast<ULONGLONG>(GetRecordPos(n + 1)))
             m_file.SetLength(static_cast<ULONGLONG>(GetRecordPos(n + 1)));
         m_strName = path;
+        m_nKnownRecords = n;
         return n;
     } catch (CFileException&) {
         m_file.Abort();
@@ -124,6 +126,7 @@ int CSFile::OpenDB(const wchar_t* path, int mode) {
 }
 
 int CSFile::CloseDB() {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     int rc = 0;
     try {
@@ -222,6 +225,7 @@ int CSFile::GetCurrRecordNo() {
 }
 
 int CSFile::MoveTo(int n) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     if (n < 1) return SFILE_BADARG;
     try {
@@ -233,6 +237,7 @@ int CSFile::MoveTo(int n) {
 }
 
 int CSFile::ReadHeader(long* values) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     SHEADERREC h;
     try {
@@ -250,6 +255,7 @@ int CSFile::ReadHeader(long* values) {
 }
 
 int CSFile::WriteHeader(long& a, long& b) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     SHEADERREC h;
     MakeHeader(h);
@@ -286,20 +292,28 @@ int CSFile::IsAliveRecord(const CSPoint& pt) { return pt.m_status != kSPointDele
 
 int CSFile::ReadPoint(CSPoint& pt, int n) {
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
-    if (n < 1 || n > CountRecords()) return SFILE_BADARG;
+    if (n < 1) return SFILE_BADARG;
+    if (n > m_nKnownRecords) {
+        m_nKnownRecords = CountRecords();
+        if (n > m_nKnownRecords) return SFILE_BADARG;
+    }
+    const long pos = GetRecordPos(n);
     SPOINTREC rec;
     try {
-        m_file.Seek(GetRecordPos(n), CFile::begin);
+        if (m_knownPos != pos) m_file.Seek(pos, CFile::begin);
+        m_knownPos = -1;
         if (m_file.Read(rec.b, SPOINTREC::kSize) < SPOINTREC::kSize) return SFILE_BADDATA;
     } catch (CFileException&) {
         return SFILE_IOERR;
     }
+    m_knownPos = pos + SPOINTREC::kSize;
     ConvRec2SPoint(rec, pt);
     pt.m_recNo = n;
     return n;
 }
 
 int CSFile::AddPoint(CSPoint& pt) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     const int n = CountRecords() + 1;
     SPOINTREC rec;
@@ -312,14 +326,18 @@ int CSFile::AddPoint(CSPoint& pt) {
         return SFILE_IOERR;
     }
     pt.m_recNo = n;
+    m_nKnownRecords = n;
     return n;
 }
 
 int CSFile::AddPoint(kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     try {
-        WriteRecords(m_file, pts, CountRecords() + 1);
+        const int first = CountRecords() + 1;
+        WriteRecords(m_file, pts, first);
         m_file.Flush();
+        m_nKnownRecords = first + pts.GetSize() - 1;
     } catch (CFileException&) {
         return SFILE_IOERR;
     } catch (std::bad_alloc&) {
@@ -329,6 +347,7 @@ int CSFile::AddPoint(kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
 }
 
 int CSFile::UpdatePoint(const CSPoint& pt) {
+    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     const int n = pt.m_recNo;
     if (n < 1 || n > CountRecords()) return SFILE_BADARG;
@@ -361,6 +380,8 @@ int CSFile::DeletePoint(int n) {
 }
 
 void CSFile::Reset() {
+    m_nKnownRecords = 0;
+    m_knownPos = -1;
     m_strName.Empty();
     m_nRecNo = 0;
     m_nCurrRecNo = 0;

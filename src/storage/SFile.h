@@ -108,7 +108,8 @@ public:
     int IsAliveRecord(const CSPoint& pt);
 
     // Reads record n into pt (pt.m_recNo = n). Returns n; SFILE_NOTOPEN; SFILE_BADARG when n is
-    // not in [1, GetRecordNo()]; SFILE_IOERR.
+    // not in [1, GetRecordNo()]; SFILE_BADDATA when the file was cut short behind this object's
+    // back; SFILE_IOERR.
     int ReadPoint(CSPoint& pt, int n);
     // Appends pt as the next record, flushes, and sets pt.m_recNo. Returns the new record number.
     int AddPoint(CSPoint& pt);
@@ -156,4 +157,9 @@ private:
     int m_nCurrRecNo;  // last value given by GetCurrRecordNo
     SHEADERREC m_header;
     CSDBLog* m_pLog;
+    // Read-path caches, so that reading records in order costs one read each: the whole
+    // records last seen (a larger number is checked against the file) and the file position
+    // after the last ReadPoint (-1: unknown, seek first).
+    int m_nKnownRecords;
+    LONGLONG m_knownPos;
 };

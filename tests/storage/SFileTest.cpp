@@ -154,6 +154,36 @@ TEST_F(SFileTest, DeletedRecordsKeepTheirPlaceAndTheLogIsTold) {
     EXPECT_EQ(DbBytes().size(), 32u + 3 * 256);
 }
 
+TEST_F(SFileTest, ReadsFollowWritesOfThisAndOtherObjects) {
+    MakeDb(3);
+    CSFile reader, writer;
+    ASSERT_EQ(reader.OpenDB(L"\\scan.dbs", SFILE_READ), 3);
+    ASSERT_EQ(writer.OpenDB(L"\\scan.dbs", SFILE_UPDATE), 3);
+    CSPoint p;
+    ASSERT_EQ(reader.ReadPoint(p, 2), 2);
+    EXPECT_EQ(reader.ReadPoint(p, 4), SFILE_BADARG);
+    CSPoint q = ScanPoint(4);
+    ASSERT_EQ(writer.AddPoint(q), 4);  // appended behind the reader's back
+    ASSERT_EQ(reader.ReadPoint(p, 3), 3);
+    EXPECT_TRUE(SamePoint(p, ScanPoint(3)));
+    ASSERT_EQ(reader.ReadPoint(p, 4), 4);
+    EXPECT_TRUE(SamePoint(p, ScanPoint(4)));
+    // Reading in order, then moving elsewhere, then reading on.
+    ASSERT_EQ(reader.ReadPoint(p, 1), 1);
+    ASSERT_EQ(reader.MoveTo(4), 0);
+    ASSERT_EQ(reader.ReadPoint(p, 2), 2);
+    EXPECT_TRUE(SamePoint(p, ScanPoint(2)));
+    long v[2];
+    ASSERT_EQ(reader.ReadHeader(v), 0);
+    ASSERT_EQ(reader.ReadPoint(p, 3), 3);
+    EXPECT_TRUE(SamePoint(p, ScanPoint(3)));
+    // Cut short by someone else: a clean failure.
+    writer.CloseDB();
+    kel_test::WriteFileBytes(HostPath("scan.dbs"), DbBytes().substr(0, 32 + 256));
+    EXPECT_EQ(reader.ReadPoint(p, 4), SFILE_BADDATA);
+    EXPECT_EQ(reader.ReadPoint(p, 1), 1);
+}
+
 TEST_F(SFileTest, HeaderIsRecognisedByItsMagicAlone) {
     MakeDb(1);
     std::string bytes = DbBytes();
