@@ -312,10 +312,8 @@ int CSFile::ReadPoint(CSPoint& pt, int n) {
     return n;
 }
 
-int CSFile::AddPoint(CSPoint& pt) {
+int CSFile::WriteRecordAt(const CSPoint& pt, int n) {
     m_knownPos = -1;
-    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
-    const int n = CountRecords() + 1;
     SPOINTREC rec;
     ConvSPoint2Rec(pt, rec);
     try {
@@ -325,6 +323,13 @@ int CSFile::AddPoint(CSPoint& pt) {
     } catch (CFileException&) {
         return SFILE_IOERR;
     }
+    return n;
+}
+
+int CSFile::AddPoint(CSPoint& pt) {
+    if (!m_file.IsOpen()) return SFILE_NOTOPEN;
+    const int n = WriteRecordAt(pt, CountRecords() + 1);
+    if (n < 0) return n;
     pt.m_recNo = n;
     m_nKnownRecords = n;
     return n;
@@ -347,20 +352,10 @@ int CSFile::AddPoint(kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
 }
 
 int CSFile::UpdatePoint(const CSPoint& pt) {
-    m_knownPos = -1;
     if (!m_file.IsOpen()) return SFILE_NOTOPEN;
     const int n = pt.m_recNo;
     if (n < 1 || n > CountRecords()) return SFILE_BADARG;
-    SPOINTREC rec;
-    ConvSPoint2Rec(pt, rec);
-    try {
-        m_file.Seek(GetRecordPos(n), CFile::begin);
-        m_file.Write(rec.b, SPOINTREC::kSize);
-        m_file.Flush();
-    } catch (CFileException&) {
-        return SFILE_IOERR;
-    }
-    return n;
+    return WriteRecordAt(pt, n);
 }
 
 int CSFile::DeletePoint(const CSPoint& pt) {

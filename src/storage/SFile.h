@@ -145,6 +145,8 @@ public:
     int GetImgCsvLine(CFile& file, char* line);
 
 private:
+    // Writes pt as record n and flushes. n, or SFILE_IOERR.
+    int WriteRecordAt(const CSPoint& pt, int n);
     // Whole records, without the informational line; 0 on error.
     int CountRecords();
     // Writes pts as records n, n + 1, ... in blocks and sets their record numbers; throws
