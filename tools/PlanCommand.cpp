@@ -280,13 +280,15 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     CPolyline region;
     if (const int rc = ReadRegion(dataDir + "/region.csv", region)) return rc;
     CCleverFineScan fs;
-    fs.SetSEVH(80.0, 350.0, 95.0, 20.0, 1);  // across north: H 350 .. 380
+    // The region's y runs up the image, and its min y maps onto start V: the lower edge of the
+    // box (the larger zenith angle) is the start. H runs across north: 350 .. 380.
+    fs.SetSEVH(95.0, 350.0, 80.0, 20.0, 1);
     fs.SetDVH(0.5, 0.5, 1);
     fs.m_polyline = region;
     const int n = fs.CalcPtAngle(true);
     if (n == 0) return Fail("demo: the fine plan over region.csv is empty");
     const int t = fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX);
-    out << "Fine scan over region.csv, box V 80..95, H 350..20 (across north), spacing 0.5 deg:\n"
+    out << "Fine scan over region.csv, box V 95..80, H 350..20 (across north), spacing 0.5 deg:\n"
         << "  " << n << " targets, time " << t << " s (" << Clock(t)
         << ") including the 60 s set-up\n";
     double h = 0.0, v = 0.0;
@@ -295,7 +297,7 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     out << '\n';
 
     CCleverTrkScan ts;
-    ts.SetSEVH(80.0, 350.0, 95.0, 20.0, 1);
+    ts.SetSEVH(95.0, 350.0, 80.0, 20.0, 1);
     ts.SetDVH(0.5, 0.05, 40, 1);
     ts.m_polyline = region;
     const int lines = ts.CalcLineAngle(true);
