@@ -48,9 +48,9 @@ public:
 
     // Builds the grids and the target list and restarts NextPt. Returns the number of targets
     // N, or 0 when nothing was planned: a degenerate region box (see MapPolygon), a grid of
-    // more than kMaxGridCount cells along an axis or kMaxTargets in all, or exhausted memory
-    // (the lists are then empty). `flag` selects the crossing tolerance of a region plan
-    // (true 2^-52, false 1e-12).
+    // more than kMaxGridCount cells along an axis or kMaxTargets in all, or exhausted memory.
+    // The previous plan is dropped first, so after a 0 NextPt has nothing to hand out.
+    // `flag` selects the crossing tolerance of a region plan (true 2^-52, false 1e-12).
     //
     // Direction: each of V and H runs from start towards end the shorter way round; when the
     // gap exceeds 180 degrees the run crosses 0/360 and m_endV / m_endH are moved by 360

@@ -79,8 +79,10 @@ void CCleverScanValues::SetSEVH(double startV, double startH, double endV, doubl
 }
 
 void CCleverScanValues::StoreDVH(double dV, double dH, int unit) {
-    m_dV = std::fabs(ToDegrees(dV, unit));
-    m_dH = std::fabs(ToDegrees(dH, unit));
+    // The magnitude is taken before unpacking: a packed value is reduced into [0, 360) on the
+    // way, which would turn -0.3000 into 359.7000 instead of 0.5 degrees.
+    m_dV = ToDegrees(std::fabs(dV), unit);
+    m_dH = ToDegrees(std::fabs(dH), unit);
 }
 
 CCleverScanBase::~CCleverScanBase() = default;

@@ -25,6 +25,7 @@ public:
     double m_endH = 0.0;
 
 protected:
-    // Stores the spacing as absolute values, unpacking DDD.MMSS unless unit == 1.
+    // Stores the spacing as absolute values, unpacking DDD.MMSS unless unit == 1 (the sign
+    // is dropped before unpacking, so -0.3000 is 0.5 degrees).
     void StoreDVH(double dV, double dH, int unit);
 };

@@ -54,7 +54,8 @@ public:
     // pair into lines (1st-2nd, 3rd-4th, ...), left to right. A row with an odd number of
     // crossings ends the plan: the lines planned before it stay and are counted. `flag`
     // selects the crossing tolerance (true 2^-52, false 1e-12). A degenerate region box, more
-    // than kMaxGridCount rows, or exhausted memory plan no line (0).
+    // than kMaxGridCount rows, or exhausted memory plan no line (0): the previous lines are
+    // always dropped first, so NextLine never hands out a stale plan.
     int CalcLineAngle(bool flag);
 
     int Start(int) { return 1; }  // no effect
