@@ -28,9 +28,9 @@ CPolyline Circle(int n) {
 }
 
 void SetPerItem(benchmark::State& state, const char* name, int items) {
-    state.counters[name] = benchmark::Counter(static_cast<double>(items),
-                                              benchmark::Counter::kIsIterationInvariantRate |
-                                                  benchmark::Counter::kInvert);
+    state.counters[name] = benchmark::Counter(
+        static_cast<double>(items),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void BM_FineBox1000x1000(benchmark::State& state) {

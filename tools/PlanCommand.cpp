@@ -30,9 +30,7 @@ std::string Fixed(double v, int places) {
     return buf;
 }
 
-std::string Clock(int seconds) {
-    return kel_text::WideToUtf8(CCalcXYZHV::ByoToStr(seconds));
-}
+std::string Clock(int seconds) { return kel_text::WideToUtf8(CCalcXYZHV::ByoToStr(seconds)); }
 
 // The options both planners share.
 struct BoxArgs {
@@ -57,9 +55,10 @@ int ParseBox(const BoxArgs& a, double (&box)[6]) {
     const char* names[] = {"--start", "--end", "--spacing"};
     for (int g = 0; g < 3; ++g)
         for (int k = 0; k < 2; ++k)
-            if (!kelscan_cli::ParseDouble((*groups[g])[static_cast<std::size_t>(k)], box[2 * g + k]))
-                return Fail(std::string(names[g]) + ": \"" + (*groups[g])[static_cast<std::size_t>(k)] +
-                            "\" is not a number");
+            if (!kelscan_cli::ParseDouble((*groups[g])[static_cast<std::size_t>(k)],
+                                          box[2 * g + k]))
+                return Fail(std::string(names[g]) + ": \"" +
+                            (*groups[g])[static_cast<std::size_t>(k)] + "\" is not a number");
     return 0;
 }
 
@@ -126,7 +125,8 @@ public:
     bool Write(const std::string& path) const {
         std::ofstream out(path, std::ios::binary);
         if (!out) return false;
-        const double spanH = std::max(m_maxH - m_minH, 1e-9), spanV = std::max(m_maxV - m_minV, 1e-9);
+        const double spanH = std::max(m_maxH - m_minH, 1e-9),
+                     spanV = std::max(m_maxV - m_minV, 1e-9);
         const double scale = kSize / std::max(spanH, spanV);
         const double width = spanH * scale + 2 * kMargin, height = spanV * scale + 2 * kMargin;
         auto X = [&](double h) { return Fixed(kMargin + (h - m_minH) * scale, 2); };
@@ -173,12 +173,14 @@ private:
 // Plans the fine scan; the summary lines start with '#', so the output stays a CSV file.
 int RunFine(const BoxArgs& a, int mode, std::ostream& out) {
     CCleverFineScan fs;
-    if (const int rc = LoadPlanner(a, fs, [&](double dv, double dh, int u) { fs.SetDVH(dv, dh, u); }))
+    if (const int rc =
+            LoadPlanner(a, fs, [&](double dv, double dh, int u) { fs.SetDVH(dv, dh, u); }))
         return rc;
     const int n = fs.CalcPtAngle(true);
     if (n == 0)
-        return Fail("nothing planned: the region or the box has no extent, or the grid is too "
-                    "large");
+        return Fail(
+            "nothing planned: the region or the box has no extent, or the grid is too "
+            "large");
     const int seconds = fs.CalcTime(static_cast<CCleverFineScan::EMeasMode>(mode),
                                     CCleverFineScan::INSTRUMENT_HALVEX);
     SvgPlan svg;
@@ -206,13 +208,14 @@ int RunTrack(const BoxArgs& a, int speed, bool quorin, std::ostream& out) {
                     std::to_string(maxSpeed) + " for the " + (quorin ? "quorin" : "halvex") +
                     " family");
     CCleverTrkScan ts;
-    if (const int rc = LoadPlanner(
-            a, ts, [&](double dv, double dh, int u) { ts.SetDVH(dv, dh, speed, u); }))
+    if (const int rc =
+            LoadPlanner(a, ts, [&](double dv, double dh, int u) { ts.SetDVH(dv, dh, speed, u); }))
         return rc;
     const int n = ts.CalcLineAngle(true);
     if (n == 0)
-        return Fail("nothing planned: the region or the box has no extent, or there are too many "
-                    "lines");
+        return Fail(
+            "nothing planned: the region or the box has no extent, or there are too many "
+            "lines");
     const int seconds = ts.CalcTime(quorin);
     SvgPlan svg;
     svg.Region(ts);
@@ -287,13 +290,15 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     fs.m_polyline = region;
     const int n = fs.CalcPtAngle(true);
     if (n == 0) return Fail("demo: the fine plan over region.csv is empty");
-    const int t = fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX);
+    const int t =
+        fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX);
     out << "Fine scan over region.csv, box V 95..80, H 350..20 (across north), spacing 0.5 deg:\n"
         << "  " << n << " targets, time " << t << " s (" << Clock(t)
         << ") including the 60 s set-up\n";
     double h = 0.0, v = 0.0;
     out << "  first targets (H, V):";
-    for (int i = 0; i < 3 && fs.NextPt(h, v) == 1; ++i) out << " (" << Fixed(h, 2) << ", " << Fixed(v, 2) << ")";
+    for (int i = 0; i < 3 && fs.NextPt(h, v) == 1; ++i)
+        out << " (" << Fixed(h, 2) << ", " << Fixed(v, 2) << ")";
     out << '\n';
 
     CCleverTrkScan ts;

@@ -104,8 +104,8 @@ int CCleverFineScan::PolyToPt(bool flag) {
     return 1;
 }
 
-void CCleverFineScan::PlanSpan(const kel_templ::CKelArray<double>& grid, int signH,
-                               double hFirst, double hLast, bool ascending, double v) {
+void CCleverFineScan::PlanSpan(const kel_templ::CKelArray<double>& grid, int signH, double hFirst,
+                               double hLast, bool ascending, double v) {
     // Positions along the grid: u = signH * H rises with the grid index, and so do the span's
     // ends (the polygon's x order maps onto the grid's order).
     const int last = grid.GetUpperBound();

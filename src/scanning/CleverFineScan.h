@@ -109,7 +109,7 @@ private:
     int NoImgToPt();
     // Plans one span of a region row: the cells of `grid` (in the grid's direction `signH`)
     // from one before hFirst to one past hLast.
-    void PlanSpan(const kel_templ::CKelArray<double>& grid, int signH, double hFirst,
-                  double hLast, bool ascending, double v);
+    void PlanSpan(const kel_templ::CKelArray<double>& grid, int signH, double hFirst, double hLast,
+                  bool ascending, double v);
     void AddTarget(double h, double v);
 };

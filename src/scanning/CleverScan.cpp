@@ -59,8 +59,7 @@ void CCleverScanCalc::RowCrossings(double y, double eps, kel_templ::CKelArray<do
 
 CCleverScanValues::~CCleverScanValues() = default;
 
-void CCleverScanValues::SetSEVH(double startV, double startH, double endV, double endH,
-                                int unit) {
+void CCleverScanValues::SetSEVH(double startV, double startH, double endV, double endH, int unit) {
     if (unit == 1) {
         CCalcXYZHV::Angle0To360(startV);
         CCalcXYZHV::Angle0To360(startH);

@@ -7,11 +7,11 @@
 #include "scanning/ScanTime.h"
 
 const CCleverTrkScan::DegreesPerSecond CCleverTrkScan::NewDegPerSec_Halvex[24] = {
-    {10, 0.298544719}, {15, 0.899079667}, {20, 1.499614615}, {25, 1.899517733},
-    {30, 2.299420851}, {35, 2.696913223}, {40, 3.094405594}, {45, 3.493479793},
-    {50, 3.892553992}, {55, 4.243713953}, {60, 4.594873915}, {65, 5.030160238},
-    {70, 5.465446562}, {75, 6.166244577}, {80, 6.867042593}, {85, 8.077894433},
-    {90, 9.288746273}, {95, 11.75070588}, {100, 14.21266548}, {105, 16.90637204},
+    {10, 0.298544719},  {15, 0.899079667},  {20, 1.499614615},  {25, 1.899517733},
+    {30, 2.299420851},  {35, 2.696913223},  {40, 3.094405594},  {45, 3.493479793},
+    {50, 3.892553992},  {55, 4.243713953},  {60, 4.594873915},  {65, 5.030160238},
+    {70, 5.465446562},  {75, 6.166244577},  {80, 6.867042593},  {85, 8.077894433},
+    {90, 9.288746273},  {95, 11.75070588},  {100, 14.21266548}, {105, 16.90637204},
     {110, 20.18775692}, {115, 24.92711167}, {120, 32.76322968}, {125, 47.54284172},
 };
 
@@ -58,10 +58,18 @@ double WrapEnd(double a, double b, int& shifted) {
 
 CCleverTrkScan::~CCleverTrkScan() = default;
 
-int CCleverTrkScan::SpeedFromDegrees_Halvex(double r) { return SpeedFromDegrees(NewDegPerSec_Halvex, r); }
-int CCleverTrkScan::SpeedFromDegrees_Quorin(double r) { return SpeedFromDegrees(NewDegPerSec_Quorin, r); }
-double CCleverTrkScan::DegreesFromSpeed_Halvex(int s) { return DegreesFromSpeed(NewDegPerSec_Halvex, s); }
-double CCleverTrkScan::DegreesFromSpeed_Quorin(int s) { return DegreesFromSpeed(NewDegPerSec_Quorin, s); }
+int CCleverTrkScan::SpeedFromDegrees_Halvex(double r) {
+    return SpeedFromDegrees(NewDegPerSec_Halvex, r);
+}
+int CCleverTrkScan::SpeedFromDegrees_Quorin(double r) {
+    return SpeedFromDegrees(NewDegPerSec_Quorin, r);
+}
+double CCleverTrkScan::DegreesFromSpeed_Halvex(int s) {
+    return DegreesFromSpeed(NewDegPerSec_Halvex, s);
+}
+double CCleverTrkScan::DegreesFromSpeed_Quorin(int s) {
+    return DegreesFromSpeed(NewDegPerSec_Quorin, s);
+}
 
 void CCleverTrkScan::SetDVH(double dV, double dH, int speed, int unit) {
     StoreDVH(dV, dH, unit);
@@ -102,7 +110,8 @@ int CCleverTrkScan::NoImgToLine() {
     ClearLines();
     const int nV = GridCount(m_startV, m_endV, m_dV);
     if (nV < 0) return 0;
-    for (int k = 0; k < nV; ++k) AddLine(m_startV + (m_signV * k) * m_dV, m_startH, m_endH, m_signH);
+    for (int k = 0; k < nV; ++k)
+        AddLine(m_startV + (m_signV * k) * m_dV, m_startH, m_endH, m_signH);
     return nV;
 }
 

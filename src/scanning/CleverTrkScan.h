@@ -62,7 +62,7 @@ public:
     // Copies the next line's start H into h and its V into v and returns 1; 0 once every line
     // has been handed out, leaving h and v untouched.
     int NextLine(double& h, double& v);
-    int End() { return 1; }                                          // no effect
+    int End() { return 1; }                                             // no effect
     int MeasureArray(kel_templ::CKelArray<CXYZ, CXYZ&>&) { return 1; }  // no effect
 
     // Whole-plan time in seconds: for every line, (int)(length / rate + 0.5) + kTurnSeconds,
@@ -89,10 +89,10 @@ public:
 
     int GetLineCount() const { return m_lineV.GetSize(); }
 
-    std::int32_t m_speed = 0;      // rotation-speed setting, never negative
-    std::int32_t m_signV = 1;      // vertical step sign of the last plan
-    std::int32_t m_signH = 1;      // horizontal sweep sign of the last plan
-    std::int32_t m_nextLine = 0;   // index of the line NextLine hands out next
+    std::int32_t m_speed = 0;                   // rotation-speed setting, never negative
+    std::int32_t m_signV = 1;                   // vertical step sign of the last plan
+    std::int32_t m_signH = 1;                   // horizontal sweep sign of the last plan
+    std::int32_t m_nextLine = 0;                // index of the line NextLine hands out next
     kel_templ::CKelArray<double> m_lineV;       // V of each line
     kel_templ::CKelArray<double> m_lineStartH;  // H where each line starts
     kel_templ::CKelArray<double> m_lineEndH;    // H where each line ends

@@ -1,10 +1,10 @@
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <map>
 #include <set>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "PlanTestUtil.h"
 #include "common/KelTest.h"
@@ -153,7 +153,7 @@ TEST_F(FineScanTest, DirectionAcrossZeroBothWays) {
 TEST_F(FineScanTest, SexagesimalInputGivesTheDecimalPlan) {
     CCleverFineScan dms;
     dms.SetSEVH(80.3, 10.15, 81.3, 11.4530, 0);  // 80.5, 10.25, 81.5, 11.758333...
-    dms.SetDVH(0.15, 0.1530, 0);                  // 0.25, 0.258333...
+    dms.SetDVH(0.15, 0.1530, 0);                 // 0.25, 0.258333...
     CCleverFineScan dec = Planner(80.5, 10.25, 81.5, 11 + 45.5 / 60, 0.25, 15.5 / 60);
     ASSERT_EQ(dms.CalcPtAngle(true), dec.CalcPtAngle(true));
     EXPECT_EQ(dms.GetPtCount(), 5 * 6);
@@ -299,21 +299,31 @@ TEST_F(FineScanTest, RegionEdgeCases) {
 TEST_F(FineScanTest, TimeEstimates) {
     CCleverFineScan fs = Planner(80, 0, 89, 9, 1, 1);
     ASSERT_EQ(fs.CalcPtAngle(true), 100);  // t = 6.4 - 0.075 = 6.325 s
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX), 693);
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_RESUME, CCleverFineScan::INSTRUMENT_QUORIN), 633);
+    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
+              693);
+    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_RESUME, CCleverFineScan::INSTRUMENT_QUORIN),
+              633);
     double h, v;
     for (int k = 0; k < 10; ++k) fs.NextPt(h, v);
     // 90 left: 569.25 + 0.5 -> 569, and no set-up allowance any more.
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX), 569);
-    EXPECT_EQ(fs.CalcRemainingTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX), 633);
-    EXPECT_EQ(fs.CalcRemainingTime(10, CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX), 63);
+    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
+              569);
+    EXPECT_EQ(
+        fs.CalcRemainingTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
+        633);
+    EXPECT_EQ(fs.CalcRemainingTime(10, CCleverFineScan::MEAS_MODE_NORMAL,
+                                   CCleverFineScan::INSTRUMENT_HALVEX),
+              63);
     while (fs.NextPt(h, v) == 1) {
     }
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX), 0);
+    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
+              0);
     // The formula runs unclamped: 10 000 targets cost -1.1 s each.
     CCleverFineScan big = Planner(0, 0, 99, 99, 1, 1);
     ASSERT_EQ(big.CalcPtAngle(true), 10000);
-    EXPECT_EQ(big.CalcRemainingTime(CCleverFineScan::MEAS_MODE_RESUME, CCleverFineScan::INSTRUMENT_HALVEX), -10999);
+    EXPECT_EQ(big.CalcRemainingTime(CCleverFineScan::MEAS_MODE_RESUME,
+                                    CCleverFineScan::INSTRUMENT_HALVEX),
+              -10999);
 }
 
 TEST_F(FineScanTest, CopiesPlanLikeTheOriginal) {
