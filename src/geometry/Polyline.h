@@ -97,10 +97,10 @@ private:
     double EdgeSum(bool plan) const;
     int CrossingTest(double x, double y, double tol) const;
 
-    std::int32_t m_reserved1[2];
+    [[maybe_unused]] std::int32_t m_reserved1[2];  // reserved words of the record layout
     std::int32_t m_polylineFlag;
     std::int32_t m_splineFlag;
-    std::int32_t m_reserved2[2];
+    [[maybe_unused]] std::int32_t m_reserved2[2];
 };
 
 // Sorts keys in place and fills index (resized to the key count) with the keys' former

@@ -7,7 +7,6 @@ namespace kel_time {
 namespace {
 
 constexpr std::int64_t kTicksPerSecond = 10000000;
-constexpr std::int64_t kTicksPerMs = 10000;
 constexpr std::int64_t kTicksPerDay = kTicksPerSecond * 86400;
 // Days from 1601-01-01 to 1970-01-01.
 constexpr std::int64_t kDays1601To1970 = 134774;
