@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+class CPolyline;
+
 namespace kelscan_cli {
 
 // Exit status of a run that failed on its input (bad number, missing file, degenerate data).
@@ -56,5 +58,9 @@ struct CsvRow {
 // result false. A file that cannot be opened or holds no row fails too.
 bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& rows,
                  std::string& error);
+
+// Reads a closed polygon from a CSV file of vertices (x,y or x,y,z per row); `what` names it in
+// the failure line ("a region needs at least 3 vertices"). Returns 0, or Fail's status.
+int ReadPolygonCsv(const std::string& path, const char* what, CPolyline& pl);
 
 }  // namespace kelscan_cli

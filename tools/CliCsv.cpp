@@ -1,6 +1,8 @@
 // Numeric CSV rows for the program's sub-commands.
 #include "Cli.h"
 
+#include "geometry/Polyline.h"
+
 namespace kelscan_cli {
 
 bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& rows,
@@ -54,6 +56,19 @@ bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& ro
         return false;
     }
     return true;
+}
+
+int ReadPolygonCsv(const std::string& path, const char* what, CPolyline& pl) {
+    std::vector<CsvRow> rows;
+    std::string error;
+    if (!ReadCsvRows(path, 2, rows, error)) return Fail(error);
+    if (rows.size() < 3) return Fail(path + ": " + what + " needs at least 3 vertices");
+    pl = CPolyline(CPolyline::kClosed, 0);
+    for (const auto& r : rows) {
+        CVertex v(r.values[0], r.values[1], r.values.size() > 2 ? r.values[2] : 0.0, 0);
+        pl.AddVertex(v);
+    }
+    return 0;
 }
 
 }  // namespace kelscan_cli

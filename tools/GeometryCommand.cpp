@@ -79,16 +79,7 @@ int ReadStations(const std::string& path, CXYZ& station, std::vector<kelscan_cli
 }
 
 int ReadPolygon(const std::string& path, CPolyline& pl) {
-    std::vector<kelscan_cli::CsvRow> rows;
-    std::string error;
-    if (!kelscan_cli::ReadCsvRows(path, 2, rows, error)) return Fail(error);
-    if (rows.size() < 3) return Fail(path + ": a polygon needs at least 3 vertices");
-    pl = CPolyline(CPolyline::kClosed, 0);
-    for (const auto& r : rows) {
-        CVertex v(r.values[0], r.values[1], r.values.size() > 2 ? r.values[2] : 0.0, 0);
-        pl.AddVertex(v);
-    }
-    return 0;
+    return kelscan_cli::ReadPolygonCsv(path, "a polygon", pl);
 }
 
 void SetupAngles(CLI::App& app) {

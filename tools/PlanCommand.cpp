@@ -63,16 +63,7 @@ int ParseBox(const BoxArgs& a, double (&box)[6]) {
 }
 
 int ReadRegion(const std::string& path, CPolyline& pl) {
-    std::vector<kelscan_cli::CsvRow> rows;
-    std::string error;
-    if (!kelscan_cli::ReadCsvRows(path, 2, rows, error)) return Fail(error);
-    if (rows.size() < 3) return Fail(path + ": a region needs at least 3 vertices");
-    pl = CPolyline(CPolyline::kClosed, 0);
-    for (const auto& r : rows) {
-        CVertex v(r.values[0], r.values[1], 0.0, 0);
-        pl.AddVertex(v);
-    }
-    return 0;
+    return kelscan_cli::ReadPolygonCsv(path, "a region", pl);
 }
 
 // Sets up a planner's box, spacing (through setSpacing) and region from the arguments.

@@ -30,17 +30,17 @@ std::basic_string<T> Translate(const T* fmt, bool wide) {
             out += *p++;
             continue;
         }
-        std::basic_string<T> spec;
-        while (*p != 0 && IsFormatPrefixChar(*p)) spec += *p++;
+        std::basic_string<T> flags;
+        while (*p != 0 && IsFormatPrefixChar(*p)) flags += *p++;
         if (*p == 0) {
-            out += spec;
+            out += flags;
             break;
         }
         T conv = *p++;
         // Size qualifiers already present: h = narrow, l or w = wide.
-        const bool hasH = spec.find(T('h')) != std::basic_string<T>::npos;
-        const bool hasL = spec.find(T('l')) != std::basic_string<T>::npos ||
-                          spec.find(T('w')) != std::basic_string<T>::npos;
+        const bool hasH = flags.find(T('h')) != std::basic_string<T>::npos;
+        const bool hasL = flags.find(T('l')) != std::basic_string<T>::npos ||
+                          flags.find(T('w')) != std::basic_string<T>::npos;
         if (conv == 's' || conv == 'S' || conv == 'c' || conv == 'C') {
             bool argWide;
             if (hasH) {
@@ -52,19 +52,19 @@ std::basic_string<T> Translate(const T* fmt, bool wide) {
                 argWide = wide ? !upper : upper;
             }
             std::basic_string<T> cleaned;
-            for (T c : spec)
+            for (T c : flags)
                 if (c != 'h' && c != 'l' && c != 'w') cleaned += c;
             out += cleaned;
             if (argWide) out += T('l');
             out += (conv == 's' || conv == 'S') ? T('s') : T('c');
         } else {
             // Windows' I64 prefix means a 64-bit integer.
-            const std::size_t i64 = spec.find(T('I'));
-            if (i64 != std::basic_string<T>::npos && spec.size() >= i64 + 3 &&
-                spec[i64 + 1] == '6' && spec[i64 + 2] == '4') {
-                spec.replace(i64, 3, 2, T('l'));
+            const std::size_t i64 = flags.find(T('I'));
+            if (i64 != std::basic_string<T>::npos && flags.size() >= i64 + 3 &&
+                flags[i64 + 1] == '6' && flags[i64 + 2] == '4') {
+                flags.replace(i64, 3, 2, T('l'));
             }
-            out += spec;
+            out += flags;
             out += conv;
         }
     }
