@@ -91,16 +91,6 @@ int WriteTextFile(const wchar_t* op, const wchar_t* path, const std::string& byt
 
 }  // namespace
 
-int EditFileName(const wchar_t* path, kel_text::CKelString& name) {
-    kel_text::CKelString s(path);
-    const int slash =
-        s.ReverseFind(L'\\') > s.ReverseFind(L'/') ? s.ReverseFind(L'\\') : s.ReverseFind(L'/');
-    s = s.Mid(slash + 1);
-    const int dot = s.ReverseFind(L'.');
-    name = dot >= 0 ? s.Left(dot) : s;
-    return 1;
-}
-
 int ReadCSVFile(const wchar_t* path, kel_templ::CKelArray<CXYZ, CXYZ&>& pts) {
     try {
         std::vector<std::string> lines;

@@ -15,6 +15,7 @@
 // Every failure returns 0 after exactly one trace line; the output array is then unchanged.
 #include <cstddef>
 
+#include "geometry/FileName.h"
 #include "geometry/KelArray.h"
 #include "geometry/XYZ.h"
 #include "platform/Export.h"
@@ -23,9 +24,6 @@
 // Largest point or image coordinate file the readers accept (64 MiB).
 constexpr std::size_t kMaxPointFileBytes = 64u << 20;
 
-// The file name of path without its folder (after the last backslash or slash) and without its
-// extension (from the last dot of the file name on). Always 1.
-KELSCAN_API int EditFileName(const wchar_t* path, kel_text::CKelString& name);
 
 // Appends the points of a point file to pts (code strings included). 1, or 0.
 KELSCAN_API int ReadCSVFile(const wchar_t* path, kel_templ::CKelArray<CXYZ, CXYZ&>& pts);
