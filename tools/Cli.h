@@ -38,6 +38,9 @@ int Fail(const std::string& message);
 bool ParseDouble(const std::string& text, double& value);
 bool ParseInt(const std::string& text, int& value);
 
+// v with the given number of decimals ("%.*f").
+std::string Fixed(double v, int places);
+
 // Splits one CSV line at commas, trimming blanks around each field.
 std::vector<std::string> SplitCsv(const std::string& line);
 

@@ -1,6 +1,8 @@
 // Numeric CSV rows for the program's sub-commands.
 #include "Cli.h"
 
+#include <cstdio>
+
 #include "geometry/Polyline.h"
 
 namespace kelscan_cli {
@@ -56,6 +58,12 @@ bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& ro
         return false;
     }
     return true;
+}
+
+std::string Fixed(double v, int places) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.*f", places, v);
+    return buf;
 }
 
 int ReadPolygonCsv(const std::string& path, const char* what, CPolyline& pl) {

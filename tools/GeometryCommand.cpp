@@ -12,13 +12,8 @@
 namespace {
 
 using kelscan_cli::Fail;
+using kelscan_cli::Fixed;
 using kelscan_cli::SetExit;
-
-std::string Fixed(double v, int places) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.*f", places, v);
-    return buf;
-}
 
 // XYZToHV reports a vertical sight through a message box; the program turns it into its own
 // one-line failure instead of the default "caption: text" line.

@@ -18,17 +18,12 @@
 namespace {
 
 using kelscan_cli::Fail;
+using kelscan_cli::Fixed;
 using kelscan_cli::SetExit;
 
 // Above this many targets the fine planner's per-target time (6.4 - 0.00075 N s) is no longer
 // positive, so the estimate means nothing.
 constexpr int kMaxTimedTargets = 8533;
-
-std::string Fixed(double v, int places) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.*f", places, v);
-    return buf;
-}
 
 std::string Clock(int seconds) { return kel_text::WideToUtf8(CCalcXYZHV::ByoToStr(seconds)); }
 

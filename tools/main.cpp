@@ -26,9 +26,10 @@ Registry& GetRegistry() {
 int g_exit = 0;
 bool g_verbose = false;
 
-// Trace lines of the library go to stderr; informational lines (level > 0) only with -v.
-void ProgramTraceSink(void* /*context*/, int level, const wchar_t* line) {
-    if (level > 0 && !g_verbose) return;
+// The library's trace lines go to stderr only with -v: without it a failure is the one line
+// the sub-command writes itself.
+void ProgramTraceSink(void* /*context*/, int /*level*/, const wchar_t* line) {
+    if (!g_verbose) return;
     std::cerr << kel_text::WideToUtf8(line) << '\n';
 }
 
@@ -109,7 +110,7 @@ int main(int argc, char** argv) {
     CLI::App app{"kelscan: camera orientation, scan planning, surfaces and scan files for a "
                  "total station with a camera"};
     app.require_subcommand(1);
-    app.add_flag("-v,--verbose", g_verbose, "Also print the library's informational lines");
+    app.add_flag("-v,--verbose", g_verbose, "Also print the library's trace lines on stderr");
 
     std::string dataDir = KELSCAN_DEFAULT_DATA_DIR;
     if (const char* env = std::getenv("KELSCAN_DATA")) dataDir = env;

@@ -47,10 +47,11 @@ namespace {
 // before it stays. Lines are kept up to the camera's limit.
 class LineReader {
 public:
-    explicit LineReader(CFile& file) : m_file(file) {}
+    LineReader(CFile& file, int& lineNo) : m_file(file), m_lineNo(lineNo) {}
 
     // The next line; an empty result means "missing" (an empty line or the end of the file).
     std::string Next() {
+        ++m_lineNo;
         std::string line;
         for (;;) {
             if (m_pos == m_len) {
@@ -66,6 +67,7 @@ public:
 
 private:
     CFile& m_file;
+    int& m_lineNo;
     char m_buf[4096];
     UINT m_pos = 0;
     UINT m_len = 0;
@@ -87,7 +89,8 @@ int CCamera::Read(const wchar_t* path) {
     try {
         Init();
         EditFileName(path, m_name);
-        LineReader in(file);
+        m_lastReadLine = 0;
+        LineReader in(file, m_lastReadLine);
         double v = 0.0;
         int count = 0;
         if (!ScanDouble(in.Next(), "%lf", m_focal)) return 0;

@@ -45,6 +45,9 @@ public:
     // 1, or 0 when the file cannot be opened (camera unchanged) or a required line is missing
     // (camera left as filled so far). Logs nothing.
     int Read(const wchar_t* path);
+    // The 1-based number of the last line the last Read looked at (0 before any line): on a
+    // failed Read, the line that was missing or did not scan.
+    int GetLastReadLine() const { return m_lastReadLine; }
     // 1, or 0 for a null or empty path or a file that cannot be written. Renames the camera
     // after the file (its name without folder and extension).
     int Write(const wchar_t* path);
@@ -58,4 +61,7 @@ public:
     CDist m_dist;
     kel_templ::CKelArray<CXYZ, CXYZ&> m_fiducialMark;
     kel_templ::CKelArray<std::int32_t, std::int32_t> m_aux;
+
+private:
+    int m_lastReadLine = 0;
 };

@@ -92,8 +92,10 @@ TEST_F(CameraTest, OptionalPartsShortFilesAndLimits) {
     EXPECT_EQ(cam.Read(Dev("cut.cam").c_str()), 0);
     EXPECT_EQ(cam.m_focal, 35.5);
     EXPECT_EQ(cam.m_resolution.x, 0.0);
+    EXPECT_EQ(cam.GetLastReadLine(), 11);
     kel_test::WriteFileBytes(HostPath("empty.cam"), "35.5\n\n0.1\n");
     EXPECT_EQ(cam.Read(Dev("empty.cam").c_str()), 0);
+    EXPECT_EQ(cam.GetLastReadLine(), 2);
     EXPECT_EQ(cam.Read(Dev("missing.cam").c_str()), 0);
     EXPECT_EQ(cam.Write(L""), 0);
 
