@@ -81,6 +81,25 @@ TEST_F(LeastSqTest, NoisyProblemsAgreeAcrossSolversAndSigmaScalesTheCovariance) 
     EXPECT_GT(a.CalStandard2(), a.CalStandard());  // divides by m - n rather than m
 }
 
+TEST_F(LeastSqTest, GrownEngineEqualsTheOneCreatedWithItsFinalSize) {
+    const int n = 16, m = 200;
+    std::vector<double> x(n);
+    for (int j = 0; j < n; ++j) x[j] = 0.5 * j - 3.0;
+    std::mt19937 r1(21), r2(21);
+    CLeastSq grown(n), sized(m, n);
+    Fill(grown, m, n, x, 0.05, r1, true);
+    Fill(sized, m, n, x, 0.05, r2, true);
+    EXPECT_EQ(grown.GetObeqSize(), m);
+    ASSERT_EQ(grown.Solve(), 1);
+    ASSERT_EQ(sized.Solve(), 1);
+    for (int j = 0; j < n; ++j) {
+        EXPECT_EQ(grown.GetBcor(j), sized.GetBcor(j));
+        EXPECT_NEAR(grown.GetBcor(j), x[j], 0.05);
+    }
+    EXPECT_EQ(grown.GetSigma(), sized.GetSigma());
+    EXPECT_TRUE(Lines().empty());
+}
+
 TEST_F(LeastSqTest, VarianceOfTheMeanAndWeightsAsRepeatedRows) {
     // The mean of five readings: n = 1, N = 5, sigma = s^2, the adjusted observation's
     // variance s^2 / 5.
