@@ -1,0 +1,354 @@
+#include "photogrammetry/SinOri.h"
+
+#include <cfloat>
+#include <cmath>
+
+#include "adjustment/LeastSq.h"
+#include "geometry/NamePairing.h"
+#include "photogrammetry/Dlt.h"
+#include "photogrammetry/Helmert.h"
+#include "platform/KelMath.h"
+#include "platform/Trace.h"
+
+CSinOri::CSinOri() { Init(); }
+
+CSinOri::CSinOri(const CSinOri& src) : CSinOri() { Copy(src); }
+
+CSinOri& CSinOri::operator=(const CSinOri& src) {
+    if (this != &src) Copy(src);
+    return *this;
+}
+
+CSinOri::~CSinOri() = default;
+
+void CSinOri::Init() {
+    m_focal = 1.0;
+    m_obj.RemoveAll();
+    m_phc.RemoveAll();
+    m_iteLim = kDefaultIteLim;
+    m_dStdLim = 1e-6;
+    m_stdLim = 1e-12;
+    m_rotSys = ROT_KPW;
+    InitParam();
+}
+
+void CSinOri::InitParam() {
+    m_pos.Init();
+    m_ang = CWPK();
+    m_rot = CRot();
+    m_res.RemoveAll();
+    m_rms.SetXYZ(-1.0, -1.0, 0.0);
+    for (double& s : m_sigma) s = 0.0;
+}
+
+void CSinOri::Copy(const CSinOri& src) {
+    m_focal = src.m_focal;
+    m_obj.RemoveAll();
+    m_obj.Append(src.m_obj);
+    m_phc.RemoveAll();
+    m_phc.Append(src.m_phc);
+    m_pos = src.m_pos;
+    m_ang = src.m_ang;
+    m_rot = src.m_rot;
+    m_res.RemoveAll();
+    m_res.Append(src.m_res);
+    m_rms = src.m_rms;
+    m_iteLim = src.m_iteLim;
+    m_dStdLim = src.m_dStdLim;
+    m_stdLim = src.m_stdLim;
+    m_rotSys = src.m_rotSys;
+    for (int k = 0; k < 6; ++k) m_sigma[k] = src.m_sigma[k];
+}
+
+int CSinOri::Create(kel_templ::CKelArray<CXYZ, CXYZ&>& obj,
+                    kel_templ::CKelArray<CXYZ, CXYZ&>& phc, double focal) {
+    const int num = kel_geom::PairPointsByName(obj, phc, m_obj, m_phc);
+    if (num < 3 || !(focal > 0.0)) return 0;
+    m_focal = focal;
+    return 1;
+}
+
+int CSinOri::CalSinOri() {
+    InitParam();
+    const int n0 = m_obj.GetSize(), n1 = m_phc.GetSize();
+    if (n0 < 4 || n0 != n1) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri n0 < 4 || n0 != n1");
+        return 0;
+    }
+    if (!CalInitExt() || !SinIte()) return 0;
+    CalResiduals();
+    return 1;
+}
+
+int CSinOri::CalInitExt() {
+    CDlt dlt;
+    if (!dlt.Create(m_obj, m_phc, m_focal) || !dlt.CalDlt2D()) return 0;
+    m_pos = dlt.m_pos;
+    m_rot = dlt.m_rot;
+    m_ang = CWPK(0.0, 0.0, 0.0);
+    m_rot.CalAngle(m_rotSys, m_ang);
+    return 1;
+}
+
+int CSinOri::CalInitExt2() {
+    const int num = m_obj.GetSize();
+    if (num <= 0) return 0;
+    CXYZ ref(0.0, 0.0, 0.0);
+    for (int i = 0; i < num; ++i) ref += m_obj[i];
+    ref /= static_cast<double>(num);
+    kel_templ::CKelArray<CXYZ, CXYZ&> reduced;
+    for (int i = 0; i < num; ++i) {
+        CXYZ p = m_obj[i];
+        p -= ref;
+        reduced.Add(p);
+    }
+    CHelmert hlmt;
+    hlmt.SetPoints(reduced, m_phc);
+    if (!hlmt.CalPara()) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalInitExt2 !hlmt.CalPara()");
+        return 0;
+    }
+    const double a = hlmt.m_para[0], b = hlmt.m_para[1];
+    const double m = std::sqrt(a * a + b * b);
+    m_ang = CWPK(0.0, 0.0, 0.0);
+    m_pos.SetXYZ(0.0, 0.0, 0.0);
+    if (m > 0.001) {
+        m_ang.kappa = -std::atan2(b / m, a / m);
+        m_pos.SetXYZ(hlmt.m_para[2] + ref.x, hlmt.m_para[3] + ref.y, m_focal * m + ref.z);
+    }
+    m_rot.SetMatrix(m_rotSys, m_ang);
+    return 1;
+}
+
+namespace {
+
+void Elementary(int axis, double a, double* r, bool derivative) {
+    const double c = std::cos(a), s = std::sin(a);
+    for (int k = 0; k < 9; ++k) r[k] = 0.0;
+    const double cc = derivative ? -s : c, ss = derivative ? c : s;
+    switch (axis) {
+        case 0:  // Rx
+            r[0] = derivative ? 0.0 : 1.0;
+            r[4] = cc;
+            r[5] = -ss;
+            r[7] = ss;
+            r[8] = cc;
+            break;
+        case 1:  // Ry
+            r[4] = derivative ? 0.0 : 1.0;
+            r[0] = cc;
+            r[2] = ss;
+            r[6] = -ss;
+            r[8] = cc;
+            break;
+        default:  // Rz
+            r[8] = derivative ? 0.0 : 1.0;
+            r[0] = cc;
+            r[1] = -ss;
+            r[3] = ss;
+            r[4] = cc;
+    }
+}
+
+void Mul(const double* a, const double* b, double* out) {
+    double t[9];
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            t[i * 3 + j] = a[i * 3] * b[j] + a[i * 3 + 1] * b[3 + j] + a[i * 3 + 2] * b[6 + j];
+    for (int k = 0; k < 9; ++k) out[k] = t[k];
+}
+
+// The product of the elementary rotations (or their derivative for one axis) in the order of
+// the system: ROT_WPK is Rz(kappa) Ry(phi) Rx(omega), ROT_KPW Rx(omega) Ry(phi) Rz(kappa).
+void Compose(const int order[3], const double ang[3], int differentiate, double* out) {
+    double f[9];
+    Elementary(order[0], ang[order[0]], out, order[0] == differentiate);
+    for (int k = 1; k < 3; ++k) {
+        Elementary(order[k], ang[order[k]], f, order[k] == differentiate);
+        Mul(out, f, out);
+    }
+}
+
+}  // namespace
+
+int CSinOri::CalCorp(ROT_SYSTEM sys, CWPK& ang, double* dR1, double* dR2, double* dR3) {
+    const double a[3] = {ang.omega, ang.phi, ang.kappa};
+    double* d[3] = {dR1, dR2, dR3};
+    switch (sys) {
+        case ROT_W:
+        case ROT_P:
+        case ROT_K: {
+            const int axis = static_cast<int>(sys);
+            for (int k = 0; k < 3; ++k) {
+                if (k == axis)
+                    Elementary(axis, a[axis], d[k], true);
+                else
+                    for (int j = 0; j < 9; ++j) d[k][j] = 0.0;
+            }
+            return 1;
+        }
+        case ROT_WPK: {
+            const int order[3] = {2, 1, 0};
+            for (int k = 0; k < 3; ++k) Compose(order, a, k, d[k]);
+            return 1;
+        }
+        case ROT_KPW: {
+            const int order[3] = {0, 1, 2};
+            for (int k = 0; k < 3; ++k) Compose(order, a, k, d[k]);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int CSinOri::SinIte() {
+    const int nGcp = m_obj.GetSize(), nPhc = m_phc.GetSize();
+    if (nGcp < 3 || nGcp != nPhc) {
+        KEL_TRACE_ALWAYS(L"CSinOri::SinIte nGcp < 3 || nGcp != nPhc");
+        return 0;
+    }
+    CLeastSq obeq(2 * nGcp, 6);
+    double prevStd = DBL_MAX;
+    const double c = m_focal;
+    for (int ite = 0; ite < m_iteLim;) {
+        obeq.InitObeq();
+        obeq.InitNoeq();
+        obeq.InitBcor();
+        double d[3][9];
+        if (!CalCorp(m_rotSys, m_ang, d[0], d[1], d[2])) return 0;
+        const double* r = m_rot.m;
+        for (int i = 0; i < nGcp; ++i) {
+            const double p[3] = {m_obj[i].x - m_pos.x, m_obj[i].y - m_pos.y,
+                                 m_obj[i].z - m_pos.z};
+            const double X = r[0] * p[0] + r[1] * p[1] + r[2] * p[2];
+            const double Y = r[3] * p[0] + r[4] * p[1] + r[5] * p[2];
+            const double Z = r[6] * p[0] + r[7] * p[1] + r[8] * p[2];
+            const double z2 = Z * Z;
+            double rx[7], ry[7];
+            for (int k = 0; k < 3; ++k) {
+                rx[k] = c * (r[k] * Z - r[6 + k] * X) / z2;
+                ry[k] = c * (r[3 + k] * Z - r[6 + k] * Y) / z2;
+            }
+            for (int k = 0; k < 3; ++k) {
+                const double* dr = d[k];
+                const double dX = dr[0] * p[0] + dr[1] * p[1] + dr[2] * p[2];
+                const double dY = dr[3] * p[0] + dr[4] * p[1] + dr[5] * p[2];
+                const double dZ = dr[6] * p[0] + dr[7] * p[1] + dr[8] * p[2];
+                rx[3 + k] = -c * (dX * Z - X * dZ) / z2;
+                ry[3 + k] = -c * (dY * Z - Y * dZ) / z2;
+            }
+            rx[6] = m_phc[i].x - (-c * X / Z);
+            ry[6] = m_phc[i].y - (-c * Y / Z);
+            for (int j = 0; j < 7; ++j) obeq.SetObeq(j, rx[j]);
+            for (int j = 0; j < 7; ++j) obeq.SetObeq(j, ry[j]);
+        }
+        if (!obeq.Solve()) return 0;
+        m_pos.x += obeq.GetBcor(0);
+        m_pos.y += obeq.GetBcor(1);
+        m_pos.z += obeq.GetBcor(2);
+        m_ang.omega += obeq.GetBcor(3);
+        m_ang.phi += obeq.GetBcor(4);
+        m_ang.kappa += obeq.GetBcor(5);
+        m_ang.Normalize();
+        m_rot.SetMatrix(m_rotSys, m_ang);
+        for (int k = 0; k < 6; ++k) {
+            const double v = obeq.GetCovar(k, k);
+            m_sigma[k] = v > 0.0 ? std::sqrt(v) : 0.0;
+        }
+        const double std = obeq.CalStandard2();
+        if (std <= m_stdLim) {
+            KEL_TRACE_ALWAYS(L"CSinOri::SinIte std <= m_stdLim");
+            return 1;
+        }
+        if (std::fabs((std - prevStd) / prevStd) <= m_dStdLim) return 1;
+        ++ite;
+        prevStd = std;
+    }
+    KEL_TRACE_ALWAYS(L"CSinOri::SinIte ite >= m_iteLim");
+    return 0;
+}
+
+int CSinOri::CalSinOri2() {
+    const int n = m_obj.GetSize();
+    if (n < 4 || n != m_phc.GetSize()) return 0;
+    const kel_templ::CKelArray<CXYZ, CXYZ&> kept(m_obj);
+    static const double first[] = {0, 45, -45, 90, -90};
+    static const double second[] = {0, 45, -45, 90, -90, 135, -135, 180};
+    const double toRad = kel_math::kPi * (1.0 / 180.0);
+    auto trial = [&](double outer, double inner, CRot& R) {
+        R.SetMatrix(m_rotSys, CWPK(outer * toRad, inner * toRad, 0.0));
+        for (int i = 0; i < n; ++i) R.Rotate(kept[i], m_obj[i]);
+        InitParam();
+        return CalInitExt() && SinIte();
+    };
+    double best = DBL_MAX;
+    int bestOuter = -1, bestInner = -1;
+    for (int o = 0; o < 5; ++o) {
+        for (int k = 0; k < 8; ++k) {
+            CRot R;
+            if (!trial(first[o], second[k], R)) continue;
+            CalResiduals();
+            if (m_rms.Len() < best) {
+                best = m_rms.Len();
+                bestOuter = o;
+                bestInner = k;
+            }
+        }
+    }
+    if (bestOuter < 0) {
+        m_obj = kept;
+        InitParam();
+        return 0;
+    }
+    CRot R;
+    trial(first[bestOuter], second[bestInner], R);
+    // Camera frame = S (R P - C') = (S R) (P - R^T C'): the centre turns back with R^T and the
+    // rotation becomes S R.
+    CRot Rt = R;
+    Rt.T();
+    m_pos = Rt * m_pos;
+    m_rot = m_rot * R;
+    m_ang = CWPK(0.0, 0.0, 0.0);
+    m_rot.CalAngle(m_rotSys, m_ang);
+    m_obj = kept;
+    CalResiduals();
+    return 1;
+}
+
+int CSinOri::CalResiduals() {
+    const int num = m_obj.GetSize();
+    if (num != m_phc.GetSize()) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalResiduals num != m_phc.GetSize()");
+        return 0;
+    }
+    if (num <= 0) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalResiduals num <= 0");
+        return 0;
+    }
+    m_res.SetSize(num);
+    double sx = 0.0, sy = 0.0;
+    for (int i = 0; i < num; ++i) {
+        CXYZ p;
+        if (!ObjToPhc(m_obj[i], p)) return 0;
+        CXYZ r = p - m_phc[i];
+        r.m_name = m_phc[i].m_name;
+        m_res[i] = r;
+        sx += r.x * r.x;
+        sy += r.y * r.y;
+    }
+    m_rms.SetXYZ(std::sqrt(sx / num), std::sqrt(sy / num), 0.0);
+    return 1;
+}
+
+int CSinOri::ObjToPhc(const CXYZ& obj, CXYZ& phc) {
+    double X = 0, Y = 0, Z = 0;
+    m_rot.Rotate(obj.x - m_pos.x, obj.y - m_pos.y, obj.z - m_pos.z, X, Y, Z);
+    if (Z == 0.0) {
+        KEL_TRACE_ALWAYS(L"CSinOri::ObjToPhc Z == 0.0");
+        return 0;
+    }
+    phc.m_name = obj.m_name;
+    phc.x = -m_focal * X / Z;
+    phc.y = -m_focal * Y / Z;
+    return 1;
+}
