@@ -1,0 +1,615 @@
+// CTin: data, point insertion, the start hull and the incremental Delaunay triangulation.
+#include "surface/Tin.h"
+
+#include <cmath>
+#include <new>
+#include <vector>
+
+#include "platform/Trace.h"
+
+namespace {
+
+int Next(int i) { return i == 2 ? 0 : i + 1; }
+int Prev(int i) { return i == 0 ? 2 : i - 1; }
+
+// Cell coordinate of a value for the AddPoint index; clamped so that a huge value over a tiny
+// tolerance still gives a valid key (clamped cells only hold more candidates).
+std::int64_t CellOf(double v, double eps) {
+    const double c = std::floor(v / eps);
+    constexpr double kLimit = 1e15;
+    if (!(c > -kLimit)) return static_cast<std::int64_t>(-kLimit);
+    if (!(c < kLimit)) return static_cast<std::int64_t>(kLimit);
+    return static_cast<std::int64_t>(c);
+}
+
+std::uint64_t CellKey(std::int64_t cx, std::int64_t cy) {
+    return static_cast<std::uint64_t>(cx) * 0x9E3779B97F4A7C15ull ^
+           (static_cast<std::uint64_t>(cy) + 0x632BE59BD9B4E019ull);
+}
+
+}  // namespace
+
+CTin::CTin() { InitData(); }
+
+CTin::CTin(const CTin& src) : CTin() { Copy(src); }
+
+CTin& CTin::operator=(const CTin& src) {
+    Copy(src);
+    return *this;
+}
+
+void CTin::InitData() {
+    m_name.Empty();
+    m_point.RemoveAll();
+    m_tri.RemoveAll();
+    m_hull.RemoveAll();
+    m_breakLine.RemoveAll();
+    m_depth.RemoveAll();
+    m_texU.RemoveAll();
+    m_texV.RemoveAll();
+    m_range[0].SetXYZ(0.0, 0.0, 0.0);
+    m_range[1].SetXYZ(0.0, 0.0, 0.0);
+    m_iOptim = 0;
+    m_nAdd = 0;
+    SetEPS(kDefaultEps);
+    ResetCellIndex();
+}
+
+void CTin::Copy(const CTin& src) {
+    if (this == &src) return;
+    m_name = src.m_name;
+    m_point.Copy(src.m_point);
+    m_tri.Copy(src.m_tri);
+    m_hull.Copy(src.m_hull);
+    m_breakLine.Copy(src.m_breakLine);
+    m_depth.Copy(src.m_depth);
+    m_texU.Copy(src.m_texU);
+    m_texV.Copy(src.m_texV);
+    m_range[0] = src.m_range[0];
+    m_range[1] = src.m_range[1];
+    m_eps = src.m_eps;
+    m_eps2 = src.m_eps2;
+    m_iOptim = src.m_iOptim;
+    m_nAdd = src.m_nAdd;
+    m_boundary = src.m_boundary;
+    ResetCellIndex();
+}
+
+void CTin::SetEPS(double eps) {
+    m_eps = eps;
+    m_eps2 = eps * eps;
+}
+
+void CTin::ResetCellIndex() const {
+    m_cellHead.clear();
+    m_cellNext.clear();
+    m_nIndexed = 0;
+    m_indexEps = m_eps;
+}
+
+void CTin::IndexPoint(int i) const {
+    const CXYZ& p = m_point[i];
+    const std::uint64_t key = CellKey(CellOf(p.x, m_eps), CellOf(p.y, m_eps));
+    auto it = m_cellHead.find(key);
+    m_cellNext.push_back(it == m_cellHead.end() ? -1 : it->second);
+    m_cellHead[key] = i;
+    m_nIndexed = i + 1;
+}
+
+int CTin::AddPoint(double x, double y, double z) {
+    const int n = m_point.GetSize();
+    if (!(m_eps > 0.0) || !std::isfinite(x) || !std::isfinite(y)) {
+        // No usable cell size: the plain linear first-match search.
+        for (int i = 0; i < n; ++i)
+            if (std::fabs(m_point[i].x - x) <= m_eps && std::fabs(m_point[i].y - y) <= m_eps)
+                return i;
+        CXYZ p(x, y, z);
+        return m_point.Add(p);
+    }
+    if (m_nIndexed > n || m_indexEps != m_eps) ResetCellIndex();
+    while (m_nIndexed < n) IndexPoint(m_nIndexed);
+    // A match within m_eps in x and y lies in the point's cell or one of its eight neighbours.
+    const std::int64_t cx = CellOf(x, m_eps), cy = CellOf(y, m_eps);
+    int best = -1;
+    for (std::int64_t dx = -1; dx <= 1; ++dx)
+        for (std::int64_t dy = -1; dy <= 1; ++dy) {
+            auto it = m_cellHead.find(CellKey(cx + dx, cy + dy));
+            if (it == m_cellHead.end()) continue;
+            for (int i = it->second; i >= 0; i = m_cellNext[static_cast<std::size_t>(i)]) {
+                const CXYZ& p = m_point[i];
+                if (std::fabs(p.x - x) <= m_eps && std::fabs(p.y - y) <= m_eps &&
+                    (best < 0 || i < best))
+                    best = i;
+            }
+        }
+    if (best >= 0) return best;
+    CXYZ p(x, y, z);
+    const int index = m_point.Add(p);
+    IndexPoint(index);
+    return index;
+}
+
+void CTin::BeginAddPoint(int n) {
+    m_point.SetSize(n < 0 ? 0 : n);
+    m_nAdd = 0;
+}
+
+int CTin::AddPoint2(double x, double y, double z) {
+    if (m_nAdd >= m_point.GetSize()) {
+        CXYZ p(x, y, z);
+        m_point.Add(p);
+    } else {
+        m_point[m_nAdd].SetXYZ(x, y, z);
+    }
+    return m_nAdd++;
+}
+
+void CTin::EndAddPoint() {
+    m_point.SetSize(m_nAdd);
+    m_nAdd = 0;
+}
+
+int CTin::UpdatePtRange() {
+    const int n = m_point.GetSize();
+    if (n < 1) return 0;
+    CXYZ lo(m_point[0].x, m_point[0].y, m_point[0].z), hi = lo;
+    for (int i = 1; i < n; ++i) {
+        const CXYZ& p = m_point[i];
+        if (p.x < lo.x) lo.x = p.x;
+        if (p.y < lo.y) lo.y = p.y;
+        if (p.z < lo.z) lo.z = p.z;
+        if (p.x > hi.x) hi.x = p.x;
+        if (p.y > hi.y) hi.y = p.y;
+        if (p.z > hi.z) hi.z = p.z;
+    }
+    m_range[0] = lo;
+    m_range[1] = hi;
+    return 1;
+}
+
+int CTin::CreateTin(double angle) {
+    try {
+        if (m_point.GetSize() < 3) {
+            KEL_TRACE_ALWAYS(L"CTin::CreateTin nPt < 3");
+            InitData();
+            return 0;
+        }
+        m_tri.RemoveAll();
+        if (!MakeBoundaryFromPts() || !MakeConvexHull() || !MakeTinForConvexHull() ||
+            !Triangulation()) {
+            InitData();
+            return 0;
+        }
+        if (m_breakLine.GetSize() > 0) BreakLine();
+        if (angle > 0.0 && !DelTriWithAngle(angle, 1)) {
+            InitData();
+            return 0;
+        }
+        UpdateTinRange();
+        UpdateDepth();
+        UpdateTextureCoord();
+        return 1;
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::CreateTin CMemoryException");
+        InitData();
+        return 0;
+    }
+}
+
+int CTin::MakeBoundaryFromPts() {
+    const int n = m_point.GetSize();
+    if (n < 3 || !UpdatePtRange()) return 0;
+    if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
+        KEL_TRACE_ALWAYS(
+            L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
+            L"m_range[1].y - m_range[0].y ) <= m_eps )");
+        return 0;
+    }
+    const double cx = (m_range[0].x + m_range[1].x) * 0.5;
+    const double cy = (m_range[0].y + m_range[1].y) * 0.5;
+    kel_templ::CKelArray<double, double> angles;
+    kel_templ::CKelArray<int, int> order;
+    angles.SetSize(n);
+    for (int i = 0; i < n; ++i) angles[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
+    QuickSortKey(angles, order, 0);
+    m_hull.RemoveAll();
+    for (int k = 0; k < n;) {
+        // Among points at exactly the same angle keep the farthest (the first wins a tie).
+        int best = order[k];
+        double bestD = -1.0;
+        int j = k;
+        for (; j < n && angles[j] == angles[k]; ++j) {
+            const CXYZ& p = m_point[order[j]];
+            const double d = (p.x - cx) * (p.x - cx) + (p.y - cy) * (p.y - cy);
+            if (d > bestD) {
+                bestD = d;
+                best = order[j];
+            }
+        }
+        m_hull.Add(best);
+        k = j;
+    }
+    return m_hull.GetSize() >= 3 ? 1 : 0;
+}
+
+// Cross measure of point (px, py) against the directed line a -> b, as FindTri uses it:
+// negative on the left, positive on the right.
+double CTin::Cross(int a, int b, double px, double py) const {
+    const CXYZ& A = m_point[a];
+    const CXYZ& B = m_point[b];
+    return (B.y - A.y) * (px - A.x) - (B.x - A.x) * (py - A.y);
+}
+
+int CTin::CheckTurn(int a, int b, int c) const {
+    return Cross(a, c, m_point[b].x, m_point[b].y) > m_eps ? 1 : -1;
+}
+
+int CTin::MakeConvexHull() {
+    if (m_hull.GetSize() < 3) return 0;
+    // Three vertices are tested as well: three collinear points would otherwise make a
+    // degenerate start triangle.
+    bool removed = true;
+    while (removed && m_hull.GetSize() >= 3) {
+        removed = false;
+        for (int i = 0; i < m_hull.GetSize() && m_hull.GetSize() >= 3;) {
+            const int h = m_hull.GetSize();
+            if (CheckTurn(m_hull[(i + h - 1) % h], m_hull[i], m_hull[(i + 1) % h]) < 0) {
+                m_hull.RemoveAt(i);
+                removed = true;
+                if (i > 0) --i;
+            } else {
+                ++i;
+            }
+        }
+    }
+    if (m_hull.GetSize() < 3) {
+        KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull count < 3");
+        return 0;
+    }
+    return 1;
+}
+
+int CTin::MakeTinForConvexHull() {
+    const int h = m_hull.GetSize();
+    if (h < 3) return 0;
+    m_tri.SetSize(h - 2);
+    for (int i = 0; i < h - 2; ++i) {
+        CTri& t = m_tri[i];
+        t.v[0] = m_hull[0];
+        t.v[1] = m_hull[i + 1];
+        t.v[2] = m_hull[i + 2];
+        t.nb[0] = -1;  // linked when triangle i + 1 is written
+        t.nb[1] = -1;
+        t.nb[2] = -1;
+        t.flag = 0;
+        if (i > 0) {
+            // The fan edge H[0] - H[i+1] is held by whichever earlier triangle the flips left
+            // it in, on a slot still marked -1.
+            for (int j = 0; j < i; ++j) {
+                CTri& o = m_tri[j];
+                int k = 0;
+                for (; k < 3; ++k)
+                    if (o.nb[k] < 0 && o.v[Prev(k)] == t.v[1] && o.v[k] == t.v[0]) break;
+                if (k < 3) {
+                    o.nb[k] = i;
+                    t.nb[1] = j;
+                    break;
+                }
+            }
+        }
+        m_iOptim = 0;
+        Optimization(i, 2);
+    }
+    m_tri.SetSize(h - 2);
+    return 1;
+}
+
+int CTin::Triangulation() {
+    const int start = m_tri.GetSize();
+    if (start < 1) return 0;
+    const int n = m_point.GetSize();
+    std::vector<char> inHull(static_cast<std::size_t>(n), 0);
+    for (int i = 0; i < m_hull.GetSize(); ++i) inHull[static_cast<std::size_t>(m_hull[i])] = 1;
+    m_tri.SetSize(2 * n > start ? 2 * n : start);
+    m_iOptim = 0;
+    int count = start;
+    int lastTri = 0;
+    for (int i = 0; i < n; ++i) {
+        if (inHull[static_cast<std::size_t>(i)]) continue;
+        DivideTri(i, count, lastTri);
+    }
+    m_tri.SetSize(count);
+    return 1;
+}
+
+int CTin::DivideTri(int pt, int& ntri, int& tri) {
+    int status = 0, side = 0;
+    const CXYZ& p = m_point[pt];
+    const int it = FindTri(tri, p.x, p.y, status, side);
+    if (it < 0 || status < 0 || status == 1) {
+        KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
+        return 0;
+    }
+    tri = it;
+    if (status == 0)
+        DivideTriInside(pt, ntri, it);
+    else
+        DivideTriOnSide(pt, ntri, it, side);
+    return 1;
+}
+
+int CTin::DivideTri(const double& x, const double& y, const double& z) {
+    try {
+        const int nTri = m_tri.GetSize();
+        if (nTri < 1) return 0;
+        int status = 0, side = 0;
+        const int tri = FindTri(0, x, y, status, side);
+        if (tri < 0 || status < 0 || status == 1) {
+            KEL_TRACE_ALWAYS(L"CTin::DivideTri tri < 0 || status < 0 || status == 1");
+            return 0;
+        }
+        CXYZ p(x, y, z);
+        const int pt = m_point.Add(p);
+        m_tri.SetSize(nTri + 2);
+        int count = nTri;
+        m_iOptim = 0;
+        if (status == 0)
+            DivideTriInside(pt, count, tri);
+        else
+            DivideTriOnSide(pt, count, tri, side);
+        m_tri.SetSize(count);
+        return 1;
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::DivideTri CMemoryException");
+        return 0;
+    }
+}
+
+int CTin::FindTri(int start, const double& x, const double& y, int& status, int& side) const {
+    status = -2;
+    side = 0;
+    const int nTri = m_tri.GetSize();
+    if (nTri < 1 || start < 0 || start >= nTri) return -1;
+    int cur = start;
+    for (int steps = 0; steps <= nTri; ++steps) {
+        const CTri& t = m_tri[cur];
+        // A coincident vertex first: the edge measure below grows with the edge's length, so
+        // a point within m_eps of a vertex can pass every edge test of a long triangle.
+        for (int k = 0; k < 3; ++k) {
+            const CXYZ& v = m_point[t.v[k]];
+            if (std::fabs(x - v.x) <= m_eps && std::fabs(y - v.y) <= m_eps) {
+                status = 1;
+                return cur;
+            }
+        }
+        int next = -2;
+        for (int k = 0; k < 3; ++k) {
+            const int a = t.v[k], b = t.v[Next(k)];
+            const double cr = Cross(a, b, x, y);
+            if (std::fabs(cr) <= m_eps) {
+                const CXYZ& A = m_point[a];
+                const CXYZ& B = m_point[b];
+                if ((std::fabs(x - A.x) <= m_eps && std::fabs(y - A.y) <= m_eps) ||
+                    (std::fabs(x - B.x) <= m_eps && std::fabs(y - B.y) <= m_eps)) {
+                    status = 1;
+                    return cur;
+                }
+                const double dxa = x - A.x, dya = y - A.y;
+                const double dxb = B.x - x, dyb = B.y - y;
+                const double ex = B.x - A.x, ey = B.y - A.y;
+                if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 &&
+                    dxa * dxa + dya * dya <= ex * ex + ey * ey) {
+                    status = 2;
+                    side = k;
+                    return cur;
+                }
+            } else if (cr > m_eps) {
+                next = t.nb[Next(k)];
+                if (next < 0) {
+                    status = -1;
+                    return -1;
+                }
+                break;
+            }
+        }
+        if (next == -2) {
+            status = 0;
+            return cur;
+        }
+        cur = next;
+    }
+    return -1;
+}
+
+namespace {
+// Redirects the link of triangle q that named `from` to `to` (q may be -1).
+void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
+    if (q < 0) return;
+    CTin::CTri& t = tri[q];
+    for (int k = 0; k < 3; ++k)
+        if (t.nb[k] == from) {
+            t.nb[k] = to;
+            return;
+        }
+}
+
+void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2) {
+    t.v[0] = v0;
+    t.v[1] = v1;
+    t.v[2] = v2;
+    t.nb[0] = n0;
+    t.nb[1] = n1;
+    t.nb[2] = n2;
+    t.flag = 0;
+}
+}  // namespace
+
+void CTin::DivideTriInside(int pt, int& ntri, int t) {
+    const CTri old = m_tri[t];
+    const int a = old.v[0], b = old.v[1], c = old.v[2];
+    const int q0 = old.nb[0], q1 = old.nb[1], q2 = old.nb[2];
+    const int t1 = ntri, t2 = ntri + 1;
+    SetTri(m_tri[t], pt, a, b, t1, t2, q1);
+    SetTri(m_tri[t1], pt, b, c, t2, t, q2);
+    SetTri(m_tri[t2], pt, c, a, t, t1, q0);
+    Relink(m_tri, q0, t, t2);
+    Relink(m_tri, q2, t, t1);
+    ntri += 2;
+    Optimization(t, 0);
+    Optimization(t1, 0);
+    Optimization(t2, 0);
+}
+
+void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
+    // The point lies on edge a -> b of t = (a, b, c); n is the triangle across it.
+    const CTri old = m_tri[t];
+    const int a = old.v[side], b = old.v[Next(side)], c = old.v[Prev(side)];
+    const int n = old.nb[Next(side)];
+    const int qbc = old.nb[Prev(side)], qca = old.nb[side];
+    const int t1 = ntri;
+    if (n < 0) {
+        SetTri(m_tri[t], pt, b, c, t1, -1, qbc);
+        SetTri(m_tri[t1], pt, c, a, -1, t, qca);
+        Relink(m_tri, qca, t, t1);
+        ntri += 1;
+        Optimization(t, 0);
+        Optimization(t1, 0);
+        return;
+    }
+    const CTri on = m_tri[n];
+    int i = 0;
+    while (i < 3 && on.nb[i] != t) ++i;
+    if (i >= 3) i = 0;  // broken links cannot come from the splits; keep the mesh addressable
+    const int d = on.v[Next(i)];
+    const int qad = on.nb[Next(i)], qdb = on.nb[Prev(i)];
+    const int t2 = ntri + 1;
+    SetTri(m_tri[t], pt, b, c, t1, t2, qbc);
+    SetTri(m_tri[t1], pt, c, a, n, t, qca);
+    SetTri(m_tri[n], pt, a, d, t2, t1, qad);
+    SetTri(m_tri[t2], pt, d, b, t, n, qdb);
+    Relink(m_tri, qca, t, t1);
+    Relink(m_tri, qdb, n, t2);
+    ntri += 2;
+    Optimization(t, 0);
+    Optimization(t1, 0);
+    Optimization(n, 0);
+    Optimization(t2, 0);
+}
+
+void CTin::Optimization(int t, int e) {
+    if (m_iOptim >= OPTIM_LEVEL) {
+        KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
+        return;
+    }
+    const int n = m_tri[t].nb[Prev(e)];
+    if (n < 0) return;
+    int i = 0;
+    while (i < 3 && m_tri[n].nb[i] != t) ++i;
+    if (i >= 3) {
+        KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
+        return;
+    }
+    const CTri& tt = m_tri[t];
+    const int a = tt.v[Prev(e)], p = tt.v[e], b = tt.v[Next(e)];
+    const int d = m_tri[n].v[Next(i)];
+    if (CheckOptim(a, p, b, d) != 1 && SwapTri(t, e, n, i)) {
+        ++m_iOptim;
+        Optimization(t, e);
+        Optimization(n, i);
+        --m_iOptim;
+    }
+}
+
+int CTin::CheckOptim(int a, int p, int b, int d) const {
+    const CXYZ& A = m_point[a];
+    const double px = m_point[p].x - A.x, py = m_point[p].y - A.y;
+    const double bx = m_point[b].x - A.x, by = m_point[b].y - A.y;
+    const double dx = m_point[d].x - A.x, dy = m_point[d].y - A.y;
+    const double det = px * by - py * bx;
+    if (det == 0.0) return 0;
+    const double p2 = px * px + py * py, b2 = bx * bx + by * by;
+    const double inv = 0.5 / det;
+    const double ux = (by * p2 - py * b2) * inv;
+    const double uy = (px * b2 - bx * p2) * inv;
+    const double r2 = ux * ux + uy * uy;
+    const double d2 = (dx - ux) * (dx - ux) + (dy - uy) * (dy - uy);
+    return d2 > r2 ? 1 : 0;
+}
+
+int CTin::CheckSwapTri(int a, int b, int c, int d) const {
+    // The flip of the diagonal a - c of quadrilateral (a, b, c, d) makes (b, c, d) and
+    // (b, d, a); in FindTri's measure a counter-clockwise triangle is negative.
+    const double z1 = Cross(b, c, m_point[d].x, m_point[d].y);
+    const double z2 = Cross(b, d, m_point[a].x, m_point[a].y);
+    if (z1 >= 0.0 || z2 >= 0.0) {
+        KEL_TRACE_ALWAYS(L"CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
+        return 0;
+    }
+    return 1;
+}
+
+int CTin::SwapTri(int t1, int e1, int t2, int e2) {
+    CTri& A = m_tri[t1];
+    CTri& B = m_tri[t2];
+    const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
+    const int d = B.v[Next(e2)];
+    if (!CheckSwapTri(a, p, b, d)) return 0;
+    const int outerA = A.nb[e1];        // across a - p, goes to t2
+    const int outerB = B.nb[Next(e2)];  // across b - d, goes to t1
+    A.v[Prev(e1)] = d;
+    B.v[e2] = p;
+    A.nb[e1] = t2;
+    B.nb[Next(e2)] = t1;
+    A.nb[Prev(e1)] = outerB;
+    B.nb[e2] = outerA;
+    Relink(m_tri, outerB, t2, t1);
+    Relink(m_tri, outerA, t1, t2);
+    return 1;
+}
+
+int CTin::AddTri(int v1, int v2, int v3) {
+    const int nPt = m_point.GetSize();
+    if (v1 >= nPt || v1 < 0 || v2 >= nPt || v2 < 0 || v3 >= nPt || v3 < 0) {
+        KEL_TRACE_ALWAYS(
+            L"CTin::AddTri v1 >= nPt || v1 < 0 || v2 >= nPt || v2 < 0 || v3 >= nPt || v3 < 0");
+        return -1;
+    }
+    CTri t;
+    SetTri(t, v1, v2, v3, -1, -1, -1);
+    return m_tri.Add(t);
+}
+
+int CTin::DelTri(int triId) {
+    const int nTri = m_tri.GetSize();
+    if (triId < 0 || triId >= nTri) {
+        KEL_TRACE_ALWAYS(L"CTin::DelTri triId < 0 || triId >= nTri");
+        return 0;
+    }
+    for (int k = 0; k < 3; ++k) Relink(m_tri, m_tri[triId].nb[k], triId, -1);
+    const int last = nTri - 1;
+    if (triId != last) {
+        m_tri[triId] = m_tri[last];
+        for (int k = 0; k < 3; ++k) Relink(m_tri, m_tri[triId].nb[k], last, triId);
+    }
+    m_tri.SetSize(last);
+    return 1;
+}
+
+void CTin::UpdateTopology() {
+    const int nTri = m_tri.GetSize();
+    for (int i = 0; i < nTri; ++i)
+        for (int k = 0; k < 3; ++k) m_tri[i].nb[k] = -1;
+    for (int i = 0; i < nTri; ++i)
+        for (int j = i + 1; j < nTri; ++j)
+            for (int k = 0; k < 3; ++k) {
+                // Slot k of i is the edge v[k-1] - v[k].
+                const int a = m_tri[i].v[Prev(k)], b = m_tri[i].v[k];
+                for (int l = 0; l < 3; ++l) {
+                    const int c = m_tri[j].v[Prev(l)], d = m_tri[j].v[l];
+                    if ((a == c && b == d) || (a == d && b == c)) {
+                        m_tri[i].nb[k] = j;
+                        m_tri[j].nb[l] = i;
+                    }
+                }
+            }
+}

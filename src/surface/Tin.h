@@ -1,0 +1,199 @@
+#pragma once
+// CTin: a triangulated irregular network of measured points, built in the XY plane by
+// incremental Delaunay insertion with edge flipping (Lawson's algorithm). Only x and y take part
+// in the triangulation; z is the height of a vertex. Units are the caller's (metres in the
+// surveying frame). x points right and y up: every triangle is counter-clockwise in XY.
+//
+// Triangle slots: nb[i] is the triangle across the edge from v[(i+2) mod 3] to v[i], that is
+// the edge opposite v[(i+1) mod 3]; -1 marks an edge on the outer boundary.
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "geometry/KelArray.h"
+#include "geometry/Polyline.h"
+#include "geometry/XYZ.h"
+#include "platform/Alloc.h"
+#include "platform/Export.h"
+#include "platform/KelString.h"
+
+class CFile;
+
+class KELSCAN_API CTin {
+public:
+    KEL_DECLARE_ALLOCATOR
+
+    // One triangle: vertex indices (counter-clockwise), neighbour triangles, flag word.
+    struct CTri {
+        std::int32_t v[3];
+        std::int32_t nb[3];
+        std::int32_t flag;  // selection and state bits; not stored in the surface files
+    };
+    // One registered break-line segment: two vertex indices.
+    struct CBreakLine {
+        std::int32_t v[2];
+    };
+
+    static constexpr int OPTIM_LEVEL = 10000;  // deepest recursion of Optimization
+    static constexpr double kDefaultEps = 1e-6;  // coordinate tolerance (m)
+    static constexpr int kNameBytes = 256;       // name field of the surface files
+
+    CTin();
+    CTin(const CTin& src);
+    CTin& operator=(const CTin& src);
+    ~CTin() = default;
+
+    // Empties name, vertices, triangles, hull, break lines, texture and depth; range to 0,
+    // m_iOptim and the batch counter to 0, m_eps to 1e-6.
+    void InitData();
+    void Copy(const CTin& src);
+    void SetEPS(double eps);
+    double GetEPS() const { return m_eps; }
+    void SetName(const wchar_t* name) { m_name = name; }
+    const kel_text::CKelString& GetName() const { return m_name; }
+
+    // Index of the first vertex (in index order) whose x and y each lie within m_eps of the
+    // new ones (its z is kept), else the index of the appended point. A cell index makes the
+    // search constant time on average with the same result as the linear search; it assumes
+    // m_point's coordinates are not edited in place between calls.
+    int AddPoint(double x, double y, double z);
+    // Batch insertion without duplicate test: BeginAddPoint(n), AddPoint2 ... , EndAddPoint.
+    void BeginAddPoint(int n);
+    int AddPoint2(double x, double y, double z);
+    void EndAddPoint();
+
+    // Triangulates all vertices; forces registered break lines in; with angle > 0 (degrees)
+    // removes thin boundary triangles (DelTriWithAngle(angle, 1)). 1, or 0 after InitData().
+    int CreateTin(double angle);
+    // Inserts a new point into a finished mesh. 1, or 0 (coincident vertex, outside, empty).
+    int DivideTri(const double& x, const double& y, const double& z);
+    // Inserts existing vertex pt; ntri is the running triangle count, tri the start of the
+    // walk and receives the triangle that contained the point.
+    int DivideTri(int pt, int& ntri, int& tri);
+    // Walking point location from triangle start. Returns the triangle or -1; status -2 not
+    // searched, -1 outside, 0 inside, 1 on vertex, 2 on edge `side` (edge v[side]-v[side+1]).
+    int FindTri(int start, const double& x, const double& y, int& status, int& side) const;
+    void DivideTriInside(int pt, int& ntri, int tri);
+    void DivideTriOnSide(int pt, int& ntri, int tri, int side);
+    void Optimization(int tri, int edge);
+    // 1 when d lies strictly outside the circumcircle of (a, p, b) (the edge is kept), else 0.
+    int CheckOptim(int a, int p, int b, int d) const;
+    int SwapTri(int t1, int e1, int t2, int e2);
+    // 1 when the flip of quadrilateral (a, p, b, d) yields two counter-clockwise triangles.
+    int CheckSwapTri(int a, int b, int c, int d) const;
+
+    // Appends (v1, v2, v3) unlinked; returns its index or -1.
+    int AddTri(int v1, int v2, int v3);
+    // Deletes a triangle: its neighbours' links to it become -1, and the last triangle moves
+    // into its slot (links to the moved triangle are renamed). 1 or 0.
+    int DelTri(int triId);
+    // Recomputes every neighbour link from the vertex indices (quadratic; for AddTri meshes).
+    void UpdateTopology();
+
+    // Start triangulation steps of CreateTin.
+    int MakeBoundaryFromPts();
+    int MakeConvexHull();
+    int MakeTinForConvexHull();
+    int Triangulation();
+    int UpdatePtRange();
+    // 1 when b is a strictly convex corner of the counter-clockwise chain a -> b -> c (b lies
+    // more than m_eps, in the cross-product measure of FindTri, outside the line a -> c),
+    // else -1: a collinear corner counts as not convex, so the start hull has corners only
+    // and points on its edges are inserted later as boundary splits.
+    int CheckTurn(int a, int b, int c) const;
+
+    // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.
+    int AddBreakLine(int a, int b);
+    // Forces every registered segment into the mesh as a chain of edges: where an edge crosses
+    // the segment a vertex is inserted on the segment (z from the segment's ends, linear in
+    // XY) until every piece of the segment is an edge or kMaxBreakLineRounds pass. The mesh
+    // stays Delaunay (a conforming triangulation). 1; 0 with < 3 vertices, no triangle, or
+    // when a segment could not be recovered.
+    int BreakLine();
+    // Deletes boundary triangles in which an XY angle at an end of a boundary edge is at most
+    // angle (degrees); mode 1 only triangles with one boundary edge, mode 0 also two. Passes
+    // repeat until nothing is deleted. Returns 1.
+    int DelTriWithAngle(double angle, int mode);
+    // XY angle (degrees, 0..180) at vertex b between the rays to a and to c.
+    double GetAngleXY(int a, int b, int c) const;
+
+    // m_range from the vertices of the triangles (all vertices when there is no triangle).
+    int UpdateTinRange();
+    // Depth of every vertex below the highest one: m_range[1].z - z (m).
+    int UpdateDepth();
+    // u = (x - min x) / (max x - min x), v likewise in y, over m_range; 0 on a zero extent.
+    int UpdateTextureCoord();
+
+    // Queries. The triangle containing (x, y) or -1.
+    int FindTriXY(double x, double y) const;
+    // Height at (x, y) on the plane of its triangle; 1, or 0 outside the mesh.
+    int GetHeight(double x, double y, double& z) const;
+    // Unit normal of a triangle, pointing up (z >= 0 for counter-clockwise triangles); 1 or 0.
+    int GetNormal(int tri, CXYZ& normal) const;
+    // Plan (XY) and slope (3-D) area of all triangles (m²), compensated sums.
+    double GetPlanArea() const;
+    double GetSlopeArea() const;
+    // First intersection with the surface of the ray origin + t dir, t > 0; 1 with the point
+    // and its triangle, 0 when the ray misses.
+    int IntersectRay(const CXYZ& origin, const CXYZ& dir, CXYZ& hit, int& tri) const;
+
+    int GetPointSize() const { return m_point.GetSize(); }
+    int GetTriSize() const { return m_tri.GetSize(); }
+    const CTri& GetTri(int i) const { return m_tri[i]; }
+    const kel_templ::CKelArray<int, int>& GetHull() const { return m_hull; }
+    const kel_templ::CKelArray<double, double>& GetDepth() const { return m_depth; }
+    const kel_templ::CKelArray<double, double>& GetTexU() const { return m_texU; }
+    const kel_templ::CKelArray<double, double>& GetTexV() const { return m_texV; }
+    int GetBreakLineSize() const { return m_breakLine.GetSize(); }
+
+    // Surface files (little-endian; version 0: one surface, versions 1 and 2: arrays behind
+    // the magics "TIN_1.00" / "TIN_2.00"). The 256-byte name field holds the UTF-16LE bytes
+    // of the name up to the first zero byte, then zeros (so "Surf" leaves "S"). Readers set the
+    // name from those bytes.
+    int WriteBIN_VER0(const wchar_t* fname);
+    static int WriteBIN_VER1(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins);
+    static int WriteBIN_VER2(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins);
+    int WriteBIN_VER1_SUB(CFile& file);
+    int WriteBIN_VER2_SUB(CFile& file);
+    int ReadBIN_VER0(const wchar_t* fname);
+    static int ReadBIN_VER1(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins);
+    static int ReadBIN_VER2(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins);
+    int ReadBIN_VER1_SUB(CFile& file);
+    int ReadBIN_VER2_SUB(CFile& file);
+
+    kel_templ::CKelArray<CXYZ, CXYZ&> m_point;  // vertices, in insertion order
+    kel_templ::CKelArray<CTri, CTri&> m_tri;    // triangles
+    CXYZ m_range[2];                            // min and max corner
+    double m_eps;                               // coordinate tolerance (m)
+    double m_eps2;                              // m_eps squared (m²)
+    int m_iOptim;                               // current Optimization depth
+    CPolyline m_boundary;                       // outer boundary drawn by the host
+
+    static constexpr int kMaxBreakLineRounds = 64;  // insertion rounds per break-line segment
+
+private:
+    // Blocks shared by the file layouts.
+    int WriteMesh(CFile& file) const;
+    int ReadMesh(CFile& file);
+    void WriteName(CFile& file) const;
+    int ReadName(CFile& file);
+    void ClearTexture();
+    void ResetCellIndex() const;
+    void IndexPoint(int i) const;
+    double Cross(int a, int b, double px, double py) const;
+    int SegmentIsEdge(int a, int b) const;
+
+    kel_text::CKelString m_name;
+    kel_templ::CKelArray<int, int> m_hull;               // start-triangulation vertices
+    kel_templ::CKelArray<CBreakLine, CBreakLine&> m_breakLine;
+    kel_templ::CKelArray<double, double> m_depth;        // per vertex (m)
+    kel_templ::CKelArray<double, double> m_texU, m_texV;  // per vertex, 0..1
+    int m_nAdd;                                          // batch counter
+
+    // Cell index of AddPoint: cells of size m_eps keyed by (floor(x/eps), floor(y/eps));
+    // chains through m_cellNext in index order. Rebuilt when it falls out of step.
+    mutable std::unordered_map<std::uint64_t, int> m_cellHead;
+    mutable std::vector<int> m_cellNext;
+    mutable int m_nIndexed;
+    mutable double m_indexEps;
+};

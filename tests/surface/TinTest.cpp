@@ -1,0 +1,335 @@
+// Triangulation, point insertion, edits and queries of CTin against independent checks.
+#include <cmath>
+#include <random>
+#include <string>
+
+#include "TinCheck.h"
+#include "common/KelTest.h"
+#include "surface/Tin.h"
+
+using tin_test::CheckMesh;
+
+namespace {
+
+class TinTest : public kel_test::KelFixture {};
+
+const char kDupLine[] = "CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1";
+
+void RandomPoints(CTin& tin, int n, unsigned seed, double size) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(0.0, size);
+    for (int i = 0; i < n; ++i) {
+        const double x = u(rng), y = u(rng);
+        tin.AddPoint(x, y, std::sin(x) + std::cos(y));
+    }
+}
+
+TEST_F(TinTest, RandomSetsAreDelaunayAndUseEveryPoint) {
+    for (unsigned seed : {1u, 2u, 3u}) {
+        for (int n : {3, 4, 10, 200, 2000}) {
+            CTin tin;
+            RandomPoints(tin, n, seed, 1000.0);
+            ASSERT_EQ(tin.CreateTin(0.0), 1) << "seed " << seed << " n " << n;
+            const auto used = CheckMesh(tin, true);
+            EXPECT_EQ(static_cast<int>(used.size()), tin.GetPointSize()) << "seed " << seed;
+        }
+    }
+    // Far from the origin, as surveying coordinates are.
+    CTin far;
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> u(0.0, 50.0);
+    for (int i = 0; i < 500; ++i) far.AddPoint(2.5e6 + u(rng), 1.2e6 + u(rng), u(rng));
+    ASSERT_EQ(far.CreateTin(0.0), 1);
+    EXPECT_EQ(static_cast<int>(CheckMesh(far, true).size()), 500);
+    EXPECT_TRUE(Lines().empty());
+}
+
+TEST_F(TinTest, RegularGridTriangulatesCompletely) {
+    // Cocircular everywhere, every boundary point collinear with the corners.
+    const int m = 25;
+    CTin tin;
+    for (int r = 0; r < m; ++r)
+        for (int c = 0; c < m; ++c) tin.AddPoint(c * 2.0, r * 2.0, 0.0);
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    const auto used = CheckMesh(tin, true);
+    EXPECT_EQ(static_cast<int>(used.size()), m * m);
+    EXPECT_EQ(tin.GetTriSize(), 2 * m * m - 4 * (m - 1) - 2);
+    EXPECT_EQ(tin.GetHull().GetSize(), 4);  // the start hull keeps the corners only
+    EXPECT_DOUBLE_EQ(tin.GetPlanArea(), 48.0 * 48.0);
+}
+
+TEST_F(TinTest, BatchDuplicatesAreSkippedWithTheirLine) {
+    CTin tin;
+    tin.BeginAddPoint(6);
+    EXPECT_EQ(tin.AddPoint2(0, 0, 1), 0);
+    tin.AddPoint2(10, 0, 2);
+    tin.AddPoint2(0, 10, 3);
+    tin.AddPoint2(3, 3, 4);
+    EXPECT_EQ(tin.AddPoint2(3, 3 + 5e-7, 9), 4);  // within m_eps of vertex 3
+    tin.EndAddPoint();
+    EXPECT_EQ(tin.GetPointSize(), 5);
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], kDupLine);
+    const auto used = CheckMesh(tin, true);
+    EXPECT_EQ(used.count(4), 0u);
+    EXPECT_EQ(tin.GetTriSize(), 3);
+}
+
+TEST_F(TinTest, AddPointMatchesTheLinearFirstMatch) {
+    CTin tin;
+    tin.SetEPS(0.01);
+    std::mt19937 rng(11);
+    // Coordinates on a 0.006 m lattice: many points fall within the tolerance of earlier ones,
+    // some of several at once.
+    std::uniform_int_distribution<int> u(0, 60);
+    std::vector<CXYZ> pts;
+    for (int i = 0; i < 3000; ++i) {
+        const double x = u(rng) * 0.006, y = u(rng) * 0.006, z = i;
+        int want = -1;
+        for (std::size_t k = 0; k < pts.size() && want < 0; ++k)
+            if (std::fabs(pts[k].x - x) <= 0.01 && std::fabs(pts[k].y - y) <= 0.01)
+                want = static_cast<int>(k);
+        if (want < 0) {
+            want = static_cast<int>(pts.size());
+            pts.emplace_back(x, y, z);
+        }
+        ASSERT_EQ(tin.AddPoint(x, y, z), want) << "point " << i;
+    }
+    EXPECT_EQ(tin.GetPointSize(), static_cast<int>(pts.size()));
+    EXPECT_EQ(tin.m_point[0].z, 0.0);  // the first z is kept
+}
+
+TEST_F(TinTest, CreateTinFailuresEmptyTheSurface) {
+    struct Case {
+        std::vector<CXYZ> pts;
+        const char* line;
+    };
+    const std::vector<Case> cases = {
+        {{CXYZ(0, 0, 0), CXYZ(1, 1, 1)}, "CTin::CreateTin nPt < 3"},
+        {{CXYZ(5, 5, 0), CXYZ(5, 5 + 1e-7, 1), CXYZ(5 + 1e-7, 5, 2)},
+         "CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
+         "m_range[1].y - m_range[0].y ) <= m_eps )"},
+        {{CXYZ(0, 0, 0), CXYZ(1, 1, 0), CXYZ(2, 2, 0), CXYZ(4, 4, 0), CXYZ(3, 3, 0)},
+         "CTin::MakeConvexHull count < 3"},
+    };
+    for (const auto& c : cases) {
+        ClearLines();
+        CTin tin;
+        tin.SetName(L"x");
+        tin.SetEPS(1e-6);
+        tin.BeginAddPoint(static_cast<int>(c.pts.size()));
+        for (const auto& p : c.pts) tin.AddPoint2(p.x, p.y, p.z);
+        tin.EndAddPoint();
+        EXPECT_EQ(tin.CreateTin(0.0), 0);
+        ASSERT_EQ(Lines().size(), 1u) << c.line;
+        EXPECT_EQ(Lines()[0], c.line);
+        EXPECT_EQ(tin.GetPointSize(), 0);
+        EXPECT_EQ(tin.GetTriSize(), 0);
+        EXPECT_TRUE(tin.GetName().IsEmpty());
+    }
+}
+
+TEST_F(TinTest, InsertionOnEdgesAndIntoAFinishedMesh) {
+    CTin tin;
+    tin.AddPoint(0, 0, 0);
+    tin.AddPoint(4, 0, 0);
+    tin.AddPoint(4, 4, 0);
+    tin.AddPoint(0, 4, 0);
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    ASSERT_EQ(tin.GetTriSize(), 2);
+    // The diagonal of the square is an interior edge: both triangles split, four result.
+    const CTin::CTri& t0 = tin.GetTri(0);
+    int a = -1, b = -1;
+    for (int k = 0; k < 3; ++k)
+        if (t0.nb[k] >= 0) {
+            a = t0.v[(k + 2) % 3];
+            b = t0.v[k];
+        }
+    ASSERT_GE(a, 0);
+    const double mx = 0.5 * (tin.m_point[a].x + tin.m_point[b].x);
+    const double my = 0.5 * (tin.m_point[a].y + tin.m_point[b].y);
+    ASSERT_EQ(tin.DivideTri(mx, my, 1.0), 1);
+    EXPECT_EQ(tin.GetTriSize(), 4);
+    CheckMesh(tin, true);
+    // A boundary edge: one triangle splits.
+    ASSERT_EQ(tin.DivideTri(4.0, 1.0, 0.0), 1);
+    EXPECT_EQ(tin.GetTriSize(), 5);
+    CheckMesh(tin, true);
+    EXPECT_TRUE(Lines().empty());
+    // A coincident vertex and a point outside fail with the single-insertion line.
+    EXPECT_EQ(tin.DivideTri(4.0, 4.0, 0.0), 0);
+    EXPECT_EQ(tin.DivideTri(9.0, 1.0, 0.0), 0);
+    ASSERT_EQ(Lines().size(), 2u);
+    EXPECT_EQ(Lines()[0], "CTin::DivideTri tri < 0 || status < 0 || status == 1");
+    EXPECT_EQ(Lines()[1], Lines()[0]);
+    EXPECT_EQ(tin.GetPointSize(), 6);
+    // FindTri statuses from a fixed start.
+    int status = 0, side = 0;
+    EXPECT_EQ(tin.FindTri(99, 1, 1, status, side), -1);
+    EXPECT_EQ(status, -2);
+    EXPECT_GE(tin.FindTri(0, 1.0, 0.5, status, side), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_GE(tin.FindTri(0, 0.0, 4.0, status, side), 0);
+    EXPECT_EQ(status, 1);
+    EXPECT_GE(tin.FindTri(0, 2.0, 0.0, status, side), 0);
+    EXPECT_EQ(status, 2);
+}
+
+TEST_F(TinTest, CheckOptimTiesFlipAndCheckSwapTriRefusesConcave) {
+    CTin tin;
+    tin.AddPoint(0, 0, 0);   // a
+    tin.AddPoint(1, 0, 0);   // p
+    tin.AddPoint(1, 1, 0);   // b
+    tin.AddPoint(0, 1, 0);   // d on the circle
+    tin.AddPoint(0.2, 0.8, 0);  // inside
+    tin.AddPoint(-3, 2, 0);  // outside
+    tin.AddPoint(2, 0, 0);   // collinear with a and p
+    tin.AddPoint(2, 3, 0);   // makes (a, p, b, d) concave
+    EXPECT_EQ(tin.CheckOptim(0, 1, 2, 3), 0);
+    EXPECT_EQ(tin.CheckOptim(0, 1, 2, 4), 0);
+    EXPECT_EQ(tin.CheckOptim(0, 1, 2, 5), 1);
+    EXPECT_EQ(tin.CheckOptim(0, 1, 6, 3), 0);  // collinear: left to CheckSwapTri
+    EXPECT_TRUE(Lines().empty());
+    EXPECT_EQ(tin.CheckSwapTri(0, 1, 2, 3), 1);
+    EXPECT_EQ(tin.CheckSwapTri(0, 1, 2, 7), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
+}
+
+TEST_F(TinTest, AddTriTopologyAndDelTri) {
+    CTin tin;
+    for (double x : {0.0, 1.0}) {
+        tin.AddPoint(x, 0, 0);
+        tin.AddPoint(x, 1, 0);
+    }
+    tin.AddPoint(2, 0.5, 0);
+    EXPECT_EQ(tin.AddTri(0, 2, 1), 0);
+    EXPECT_EQ(tin.AddTri(2, 3, 1), 1);
+    EXPECT_EQ(tin.AddTri(2, 4, 3), 2);
+    EXPECT_EQ(tin.AddTri(0, 5, 1), -1);
+    tin.UpdateTopology();
+    CheckMesh(tin, false);
+    EXPECT_EQ(tin.GetTri(0).nb[2], 1);  // edge 2 - 1
+    EXPECT_EQ(tin.GetTri(1).nb[0], 0);  // edge 1 - 2
+    EXPECT_EQ(tin.GetTri(1).nb[1], 2);  // edge 2 - 3
+    EXPECT_EQ(tin.DelTri(0), 1);        // the last triangle moves into slot 0
+    EXPECT_EQ(tin.GetTriSize(), 2);
+    CheckMesh(tin, false);
+    EXPECT_EQ(tin.DelTri(2), 0);
+    ASSERT_EQ(Lines().size(), 2u);
+    EXPECT_EQ(Lines()[0],
+              "CTin::AddTri v1 >= nPt || v1 < 0 || v2 >= nPt || v2 < 0 || v3 >= nPt || v3 < 0");
+    EXPECT_EQ(Lines()[1], "CTin::DelTri triId < 0 || triId >= nTri");
+}
+
+TEST_F(TinTest, QueriesOnAPlane) {
+    // z = 0.5 x + 0.25 y + 1 over [0, 8] x [0, 8]: heights are exact binary fractions.
+    CTin tin;
+    RandomPoints(tin, 300, 5, 8.0);
+    for (double x : {0.0, 8.0})
+        for (double y : {0.0, 8.0}) tin.AddPoint(x, y, 0.0);
+    for (int i = 0; i < tin.GetPointSize(); ++i)
+        tin.m_point[i].z = 0.5 * tin.m_point[i].x + 0.25 * tin.m_point[i].y + 1.0;
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    double z = 0.0;
+    ASSERT_EQ(tin.GetHeight(3.0, 5.0, z), 1);
+    EXPECT_NEAR(z, 3.75, 1e-12);
+    EXPECT_EQ(tin.GetHeight(9.0, 5.0, z), 0);
+    EXPECT_DOUBLE_EQ(tin.GetPlanArea(), 64.0);
+    EXPECT_NEAR(tin.GetSlopeArea(), 64.0 * std::sqrt(1.0 + 0.25 + 0.0625), 1e-9);
+    CXYZ n;
+    ASSERT_EQ(tin.GetNormal(0, n), 1);
+    const double s = std::sqrt(1.3125);
+    EXPECT_NEAR(n.x, -0.5 / s, 1e-12);
+    EXPECT_NEAR(n.y, -0.25 / s, 1e-12);
+    EXPECT_NEAR(n.z, 1.0 / s, 1e-12);
+    // A ray from above, slanted, meets the plane where its line does.
+    CXYZ hit;
+    int tri = -1;
+    ASSERT_EQ(tin.IntersectRay(CXYZ(2.0, 2.0, 20.0), CXYZ(0.1, 0.2, -1.0), hit, tri), 1);
+    // 20 - t = 0.5 (2 + 0.1 t) + 0.25 (2 + 0.2 t) + 1  ->  t = 17.5 / 1.1
+    const double t = 17.5 / 1.1;
+    EXPECT_NEAR(hit.x, 2.0 + 0.1 * t, 1e-9);
+    EXPECT_NEAR(hit.z, 20.0 - t, 1e-9);
+    EXPECT_EQ(tin.FindTriXY(hit.x, hit.y), tri);
+    EXPECT_EQ(tin.IntersectRay(CXYZ(2.0, 2.0, 20.0), CXYZ(0, 0, 1), hit, tri), 0);
+    // Derived values: depth below the highest vertex, texture over the range.
+    EXPECT_DOUBLE_EQ(tin.m_range[1].z, 7.0);
+    EXPECT_DOUBLE_EQ(tin.GetDepth()[tin.GetPointSize() - 4], 6.0);  // (0, 0)
+    EXPECT_DOUBLE_EQ(tin.GetTexU()[tin.GetPointSize() - 1], 1.0);   // (8, 8)
+}
+
+TEST_F(TinTest, BreakLinesBecomeChainsOfEdges) {
+    CTin tin;
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<double> u(0.0, 100.0);
+    for (int i = 0; i < 400; ++i) tin.AddPoint(u(rng), u(rng), 0.0);
+    const int a = tin.AddPoint(-1.0, 10.0, 5.0);
+    const int b = tin.AddPoint(101.0, 83.0, 25.0);
+    ASSERT_EQ(tin.AddBreakLine(a, b), 1);
+    EXPECT_EQ(tin.AddBreakLine(a, a), 0);
+    ClearLines();
+    const int before = tin.GetPointSize();
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    EXPECT_TRUE(Lines().empty());
+    EXPECT_GT(tin.GetPointSize(), before);
+    CheckMesh(tin, true);
+    // The new vertices lie on the segment with its height; consecutive ones are joined.
+    std::vector<std::pair<double, int>> chain = {{0.0, a}, {1.0, b}};
+    for (int i = before; i < tin.GetPointSize(); ++i) {
+        const CXYZ& p = tin.m_point[i];
+        const double t = (p.x + 1.0) / 102.0;
+        EXPECT_NEAR(p.y, 10.0 + 73.0 * t, 1e-9);
+        EXPECT_NEAR(p.z, 5.0 + 20.0 * t, 1e-9);
+        chain.emplace_back(t, i);
+    }
+    std::sort(chain.begin(), chain.end());
+    for (std::size_t c = 0; c + 1 < chain.size(); ++c) {
+        bool found = false;
+        for (int i = 0; i < tin.GetTriSize() && !found; ++i)
+            for (int k = 0; k < 3; ++k) {
+                const int v0 = tin.GetTri(i).v[k], v1 = tin.GetTri(i).v[(k + 1) % 3];
+                if ((v0 == chain[c].second && v1 == chain[c + 1].second) ||
+                    (v1 == chain[c].second && v0 == chain[c + 1].second))
+                    found = true;
+            }
+        EXPECT_TRUE(found) << "piece " << c << " is not an edge";
+    }
+}
+
+TEST_F(TinTest, DelTriWithAngleRemovesThinBoundaryTriangles) {
+    // A bottom edge bulged slightly outward below points that start 3 m above it: the
+    // triangles on it are thin at their ends.
+    CTin tin;
+    tin.AddPoint(0, 0, 0);
+    tin.AddPoint(100, 0, 0);
+    tin.AddPoint(50, -2, 0);
+    tin.AddPoint(0, 100, 0);
+    tin.AddPoint(100, 100, 0);
+    std::mt19937 rng(9);
+    std::uniform_real_distribution<double> u(0.0, 100.0), v(3.0, 100.0);
+    for (int i = 0; i < 200; ++i) tin.AddPoint(u(rng), v(rng), 0.0);
+    CTin thin(tin);
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    ASSERT_EQ(thin.CreateTin(15.0), 1);
+    EXPECT_LT(thin.GetTriSize(), tin.GetTriSize());
+    CheckMesh(thin, false, false);
+    for (int i = 0; i < thin.GetTriSize(); ++i) {
+        const CTin::CTri& t = thin.GetTri(i);
+        int nb = 0;
+        for (int k = 0; k < 3; ++k) nb += t.nb[k] < 0;
+        if (nb != 1) continue;
+        for (int k = 0; k < 3; ++k) {
+            if (t.nb[k] >= 0) continue;
+            const int u = t.v[(k + 2) % 3], w = t.v[k], c = t.v[(k + 1) % 3];
+            EXPECT_GT(thin.GetAngleXY(w, u, c), 15.0);
+            EXPECT_GT(thin.GetAngleXY(u, w, c), 15.0);
+        }
+    }
+    double z = 0.0;
+    EXPECT_EQ(thin.GetHeight(50.0, 50.0, z), 1);
+    EXPECT_EQ(tin.DelTriWithAngle(0.0, 0), 1);
+}
+
+}  // namespace
