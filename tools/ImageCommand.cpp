@@ -1,0 +1,280 @@
+// kelscan image info | convert: the photograph as the library loads it (BMP/DIB, or JPEG
+// through the codec module), its rate of resolution and the bytes it needs, written out as an
+// uncompressed BMP or a PNG (stored deflate blocks, no compression library needed).
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Cli.h"
+#include "imaging/FCIMGBitmap.h"
+#include "imaging/JpegInterface.h"
+#include "platform/Bytes.h"
+#include "platform/DynLoad.h"
+#include "platform/File.h"
+#include "platform/KelString.h"
+
+namespace {
+
+using kelscan_cli::Fail;
+using kelscan_cli::SetExit;
+
+// Largest stored deflate block (bytes).
+constexpr std::size_t kStoredBlock = 65535;
+
+const char* TypeName(SC_IMG_EXT_TYPE t) {
+    return t == SC_IMG_EXT_JPEG ? "JPEG" : (t == SC_IMG_EXT_BMP ? "BMP" : "unknown");
+}
+
+// The one line for a loader result; 0 when the load succeeded.
+int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
+    switch (rc) {
+        case SC_IMG_OK: return 0;
+        case SC_IMG_ERR_TYPE:
+            return Fail(photo + ": not a photo (.bmp, .dib, .jpg, .jpe, .jpeg or .jfif)");
+        case SC_IMG_ERR_OPEN: return Fail("cannot read " + photo + " as a JPEG");
+        case SC_IMG_ERR_DECODE:
+            return Fail(photo + ": cannot decode it (is the JPEG codec module " +
+                        MapModuleName(L"JPEG_LIB.dll") + " installed?)");
+        default: return Fail("cannot read " + photo + " as a BMP");
+    }
+}
+
+int Load(CFCIMGBitmap& img, const std::string& photo, int noSetResRate) {
+    return LoadFailure(img.LoadImgFile(kel_text::Utf8ToWide(photo.c_str()).GetString(), noSetResRate),
+                       photo);
+}
+
+// A JPEG decoded at 1/scale straight through the module's interface (the bitmap class picks
+// its own scale). Null after the failure line; rc gets the exit status.
+HBITMAP DecodeAtScale(const std::string& photo, int scale, int& rc) {
+    HMODULE module = nullptr;
+    auto create = reinterpret_cast<PFN_CREATE_JPEG_INTERFACE>(
+        GetLibraryFunction(L"JPEG_LIB.dll", "Create_JpegInterface_ExplicitLoading", &module));
+    auto destroy = reinterpret_cast<PFN_DESTROY_JPEG_INTERFACE>(
+        create != nullptr
+            ? GetLibraryFunction(L"JPEG_LIB.dll", "Destroy_JpegInterface_ExplicitLoading", &module)
+            : nullptr);
+    CJpegInterface* jpeg = destroy != nullptr ? create() : nullptr;
+    HBITMAP bitmap = nullptr;
+    SC_IMG_ERRORS err = SC_IMG_ERR_DECODE;
+    if (jpeg != nullptr) {
+        const kel_text::CKelString host = kel_text::Utf8ToWide(
+            kel_platform::MapDevicePath(kel_text::Utf8ToWide(photo.c_str()).GetString()).c_str());
+        if (!jpeg->Open(host.GetString()))
+            err = SC_IMG_ERR_OPEN;
+        else if (jpeg->Decode(scale, 0))
+            bitmap = jpeg->DetachBitmap();
+        destroy(jpeg);
+    }
+    FreeLibraryFunction(module);
+    rc = bitmap != nullptr ? 0 : LoadFailure(err, photo);
+    return bitmap;
+}
+
+// Blue, green, red of pixel x of a row.
+void PixelBgr(const KelDib& b, const BYTE* row, LONG x, BYTE bgr[3]) {
+    if (b.bitsPerPixel <= 8) {
+        const int i = kel_bitmap::PixelIndex(row, x, b.bitsPerPixel);
+        const RGBQUAD q = static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
+        bgr[0] = q.rgbBlue;
+        bgr[1] = q.rgbGreen;
+        bgr[2] = q.rgbRed;
+    } else if (b.bitsPerPixel == 16) {  // 5-5-5
+        const unsigned v = row[2 * x] | (row[2 * x + 1] << 8);
+        bgr[0] = static_cast<BYTE>((v & 31) * 255 / 31);
+        bgr[1] = static_cast<BYTE>(((v >> 5) & 31) * 255 / 31);
+        bgr[2] = static_cast<BYTE>(((v >> 10) & 31) * 255 / 31);
+    } else {
+        const int n = b.bitsPerPixel / 8;
+        for (int k = 0; k < 3; ++k) bgr[k] = row[x * n + k];
+    }
+}
+
+const BYTE* Row(const KelDib& b, LONG y) {
+    return b.bits + static_cast<std::size_t>(y) * static_cast<std::size_t>(b.bytesPerLine);
+}
+
+// A 24-bit bottom-up BI_RGB file.
+std::string BmpFile(const KelDib& b) {
+    const std::size_t stride = kel_bitmap::RowBytes(b.width, 24);
+    std::string file(54 + stride * static_cast<std::size_t>(b.height), '\0');
+    auto* p = reinterpret_cast<std::uint8_t*>(&file[0]);
+    using namespace kel_bytes;
+    p[0] = 'B';
+    p[1] = 'M';
+    PutU32(p, 2, static_cast<std::uint32_t>(file.size()));
+    PutU32(p, 10, 54);
+    PutU32(p, 14, 40);
+    PutI32(p, 18, b.width);
+    PutI32(p, 22, b.height);
+    PutU16(p, 26, 1);
+    PutU16(p, 28, 24);
+    PutU32(p, 34, static_cast<std::uint32_t>(stride * static_cast<std::size_t>(b.height)));
+    for (LONG y = 0; y < b.height; ++y) {
+        std::uint8_t* out = p + 54 + static_cast<std::size_t>(b.height - 1 - y) * stride;
+        for (LONG x = 0; x < b.width; ++x) PixelBgr(b, Row(b, y), x, out + 3 * x);
+    }
+    return file;
+}
+
+std::uint32_t Crc32(const std::uint8_t* data, std::size_t n, std::uint32_t crc = 0) {
+    static std::uint32_t table[256];
+    if (table[1] == 0)
+        for (std::uint32_t i = 0; i < 256; ++i) {
+            std::uint32_t c = i;
+            for (int k = 0; k < 8; ++k) c = (c & 1) != 0 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+            table[i] = c;
+        }
+    crc = ~crc;
+    for (std::size_t i = 0; i < n; ++i) crc = table[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
+    return ~crc;
+}
+
+void PutBe32(std::string& s, std::uint32_t v) {
+    for (int k = 3; k >= 0; --k) s += static_cast<char>((v >> (8 * k)) & 0xFF);
+}
+
+void Chunk(std::string& png, const char* type, const std::string& data) {
+    PutBe32(png, static_cast<std::uint32_t>(data.size()));
+    const std::string body = std::string(type, 4) + data;
+    png += body;
+    PutBe32(png, Crc32(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
+}
+
+// An 8-bit RGB PNG whose image data are one zlib stream of stored (uncompressed) blocks.
+std::string PngFile(const KelDib& b) {
+    std::string raw;
+    raw.reserve((3 * static_cast<std::size_t>(b.width) + 1) * static_cast<std::size_t>(b.height));
+    for (LONG y = 0; y < b.height; ++y) {
+        raw += '\0';  // filter: none
+        for (LONG x = 0; x < b.width; ++x) {
+            BYTE bgr[3];
+            PixelBgr(b, Row(b, y), x, bgr);
+            raw += static_cast<char>(bgr[2]);
+            raw += static_cast<char>(bgr[1]);
+            raw += static_cast<char>(bgr[0]);
+        }
+    }
+    std::string z = "\x78\x01";
+    std::uint32_t a = 1, s2 = 0;  // Adler-32
+    for (const char c : raw) {
+        a = (a + static_cast<std::uint8_t>(c)) % 65521;
+        s2 = (s2 + a) % 65521;
+    }
+    std::size_t pos = 0;
+    do {
+        const std::size_t n = std::min(kStoredBlock, raw.size() - pos);
+        z += static_cast<char>(pos + n == raw.size() ? 1 : 0);
+        z += static_cast<char>(n & 0xFF);
+        z += static_cast<char>(n >> 8);
+        z += static_cast<char>(~n & 0xFF);
+        z += static_cast<char>((~n >> 8) & 0xFF);
+        z.append(raw, pos, n);
+        pos += n;
+    } while (pos < raw.size());
+    PutBe32(z, (s2 << 16) | a);
+
+    std::string header;
+    PutBe32(header, static_cast<std::uint32_t>(b.width));
+    PutBe32(header, static_cast<std::uint32_t>(b.height));
+    header += std::string("\x08\x02\x00\x00\x00", 5);  // 8 bits, RGB, deflate, no filter, no interlace
+    std::string png = "\x89PNG\r\n\x1a\n";
+    Chunk(png, "IHDR", header);
+    Chunk(png, "IDAT", z);
+    Chunk(png, "IEND", "");
+    return png;
+}
+
+bool EndsWithNoCase(const std::string& s, const std::string& tail) {
+    if (s.size() < tail.size()) return false;
+    for (std::size_t i = 0; i < tail.size(); ++i) {
+        char c = s[s.size() - tail.size() + i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != tail[i]) return false;
+    }
+    return true;
+}
+
+int Info(std::ostream& out, const std::string& photo) {
+    CFCIMGBitmap full;
+    if (const int rc = Load(full, photo, 1)) return rc;
+    CFCIMGBitmap rated;
+    rated.SetRate_Res(1, 1);
+    if (const int rc = Load(rated, photo, 0)) return rc;
+    kel_text::CKelString path = kel_text::Utf8ToWide(photo.c_str());
+    BITMAP bm;
+    full.GetBitmap(&bm);
+    out << "type: " << TypeName(full.GetFileTypeExt(path.GetString())) << '\n'
+        << "size: " << full.GetImageWidth() << " x " << full.GetImageHeight() << '\n'
+        << "bits per pixel: " << bm.bmBitsPixel << '\n'
+        << "grey scale: " << (full.IsGrayScale() ? "yes" : "no") << '\n'
+        << "rate: " << rated.GetRate_Res() << " (shown " << rated.GetImageWidth() << " x "
+        << rated.GetImageHeight() << ")\n"
+        << "bytes needed: " << GetScanningImageFileSize(path) << '\n';
+    return 0;
+}
+
+struct ConvertArgs {
+    std::string photo, output;
+    int scale = 1;
+};
+
+int Convert(const ConvertArgs& a) {
+    const bool png = EndsWithNoCase(a.output, ".png");
+    if (!png && !EndsWithNoCase(a.output, ".bmp"))
+        return Fail(a.output + ": the output must end in .bmp or .png");
+    CFCIMGBitmap img;
+    HBITMAP scaled = nullptr;
+    if (a.scale == 1) {
+        if (const int rc = Load(img, a.photo, 1)) return rc;
+    } else {
+        if (img.GetFileTypeExt(kel_text::Utf8ToWide(a.photo.c_str()).GetString()) != SC_IMG_EXT_JPEG)
+            return Fail("--scale " + std::to_string(a.scale) + " needs a JPEG photo");
+        int rc = 0;
+        scaled = DecodeAtScale(a.photo, a.scale, rc);
+        if (scaled == nullptr) return rc;
+    }
+    const KelDib& b = scaled != nullptr ? *scaled : *img.GethBitmap();
+    const std::string bytes = png ? PngFile(b) : BmpFile(b);
+    const LONG w = b.width, h = b.height;
+    DeleteObject(scaled);
+    std::ofstream f(a.output, std::ios::binary);
+    if (!f.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) || !(f.flush()))
+        return Fail("cannot write " + a.output);
+    std::cout << a.output << ": " << w << " x " << h << '\n';
+    return 0;
+}
+
+void Setup(CLI::App& app) {
+    CLI::App* image = app.add_subcommand("image", "Photographs: BMP/DIB and JPEG");
+    image->require_subcommand(1);
+
+    static std::string infoPhoto;
+    CLI::App* info = image->add_subcommand(
+        "info", "Type, size, the rate of resolution chosen for it and the bytes it needs");
+    info->add_option("photo", infoPhoto, "BMP, DIB or JPEG file")->required();
+    info->callback([]() { SetExit(Info(std::cout, infoPhoto)); });
+
+    static ConvertArgs ca;
+    CLI::App* convert = image->add_subcommand("convert", "Write the photo as a 24-bit BMP or a PNG");
+    convert->add_option("photo", ca.photo, "BMP, DIB or JPEG file")->required();
+    convert->add_option("output", ca.output, "Output file, .bmp or .png")->required();
+    convert->add_option("--scale", ca.scale, "Decode a JPEG at 1/scale")
+        ->check(CLI::IsMember({1, 2, 4, 8}))
+        ->capture_default_str();
+    convert->callback([]() { SetExit(Convert(ca)); });
+}
+
+int Demo(std::ostream& out, const std::string& dataDir) {
+    const std::string photo = dataDir + "/photo.jpg";
+    out << "photo.jpg as the bitmap holds it:\n";
+    return Info(out, photo);
+}
+
+kelscan_cli::CommandRegistrar reg("image", &Setup);
+kelscan_cli::DemoRegistrar demo(70, "The photograph", &Demo);
+
+}  // namespace
