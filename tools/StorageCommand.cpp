@@ -1,6 +1,5 @@
 // kelscan sdb ..., kelscan log status and kelscan project paths: the scan point database, the
 // scan recovery log and a project's file names.
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +11,7 @@
 
 #include "Cli.h"
 #include "platform/File.h"
+#include "platform/Process.h"
 #include "platform/KelString.h"
 #include "storage/Project.h"
 #include "storage/SDBLog.h"
@@ -194,7 +194,7 @@ int LogStatus(const std::string& given, std::ostream& out) {
     if (ec || size != static_cast<std::uintmax_t>(CSDBLog::kLogSize))
         return Fail(path + " is not a scan log (" + std::to_string(size) + " bytes, want 768)");
     const fs::path scratch =
-        fs::temp_directory_path() / ("kelscan-log-" + std::to_string(::getpid()));
+        fs::temp_directory_path() / ("kelscan-log-" + std::to_string(kel_platform::ProcessId()));
     fs::create_directories(scratch / "temp", ec);
     fs::copy_file(path, scratch / "temp" / "SDB.log", fs::copy_options::overwrite_existing, ec);
     if (ec) return Fail("cannot read " + path);

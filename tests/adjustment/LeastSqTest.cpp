@@ -1,7 +1,7 @@
-#include <unistd.h>
 
 #include <cfloat>
 #include <cmath>
+#include <filesystem>
 #include <random>
 #include <vector>
 
@@ -237,11 +237,10 @@ TEST_F(LeastSqTest, ClockReadingAndNormalMatrixDump) {
     ls.SetNoeq(1, 1, -1.0);
     ls.SetNoeq(1, 2, 2.0);
     EXPECT_EQ(ls.GetBcor(1), 2.0);
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(Root().c_str()), 0);
+    const std::filesystem::path cwd = std::filesystem::current_path();
+    std::filesystem::current_path(Root());
     const int ok = ls.SaveErrorNoeqStatus(2, 3);
-    ASSERT_EQ(chdir(cwd), 0);
+    std::filesystem::current_path(cwd);
     EXPECT_EQ(ok, 1);
     EXPECT_EQ(kel_test::ReadFileBytes(HostPath("Noeq.txt")),
               "Col:2 Row:3\n#4.0e+00 -5.0e-01 1.0e+00 \n-5.0e-01 *-1.0e+00 2.0e+00 \n");
