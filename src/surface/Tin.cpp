@@ -1,8 +1,10 @@
 // CTin: data, point insertion, the start hull and the incremental Delaunay triangulation.
 #include "surface/Tin.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "platform/Trace.h"
@@ -10,21 +12,31 @@
 namespace {
 
 int Next(int i) { return i == 2 ? 0 : i + 1; }
+
+double Dist2(const CXYZ& a, const CXYZ& b) {
+    return (a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y);
+}
 int Prev(int i) { return i == 0 ? 2 : i - 1; }
 
-// Cell coordinate of a value for the AddPoint index; clamped so that a huge value over a tiny
-// tolerance still gives a valid key (clamped cells only hold more candidates).
-std::int64_t CellOf(double v, double eps) {
-    const double c = std::floor(v / eps);
+// The cell index of AddPoint. Cells are kCellEps tolerances wide; a cell coordinate is clamped
+// so that a huge value over a tiny tolerance still gives a valid one (clamped cells only hold
+// more candidates).
+constexpr double kCellEps = 32.0;
+
+std::int64_t CellOf(double v, double size) {
+    const double c = std::floor(v / size);
     constexpr double kLimit = 1e15;
     if (!(c > -kLimit)) return static_cast<std::int64_t>(-kLimit);
     if (!(c < kLimit)) return static_cast<std::int64_t>(kLimit);
     return static_cast<std::int64_t>(c);
 }
 
-std::uint64_t CellKey(std::int64_t cx, std::int64_t cy) {
-    return static_cast<std::uint64_t>(cx) * 0x9E3779B97F4A7C15ull ^
-           (static_cast<std::uint64_t>(cy) + 0x632BE59BD9B4E019ull);
+std::uint64_t CellHash(std::int64_t cx, std::int64_t cy) {
+    std::uint64_t h = static_cast<std::uint64_t>(cx) * 0x9E3779B97F4A7C15ull ^
+                      static_cast<std::uint64_t>(cy) * 0xC2B2AE3D27D4EB4Full;
+    h ^= h >> 29;
+    h *= 0xBF58476D1CE4E5B9ull;
+    return h ^ (h >> 32);
 }
 
 }  // namespace
@@ -80,26 +92,72 @@ void CTin::SetEPS(double eps) {
     m_eps2 = eps * eps;
 }
 
-void CTin::ResetCellIndex() const {
-    m_cellHead.clear();
-    m_cellNext.clear();
+void CTin::ResetCellIndex() {
+    std::vector<std::uint64_t>().swap(m_cellSlot);
+    std::vector<int>().swap(m_cellNext);
     m_nIndexed = 0;
+    m_nCells = 0;
     m_indexEps = m_eps;
 }
 
-void CTin::IndexPoint(int i) const {
-    const CXYZ& p = m_point[i];
-    const std::uint64_t key = CellKey(CellOf(p.x, m_eps), CellOf(p.y, m_eps));
-    auto it = m_cellHead.find(key);
-    m_cellNext.push_back(it == m_cellHead.end() ? -1 : it->second);
-    m_cellHead[key] = i;
+// The slot of cell (cx, cy) in the open-addressing table: the cell's own slot, or the empty
+// one where it would go. A slot holds a fingerprint of the cell in its upper half and the
+// index + 1 of the cell's newest point in its lower half (0: empty); the cell itself is
+// confirmed from that point's coordinates.
+std::size_t CTin::CellSlot(std::int64_t cx, std::int64_t cy) const {
+    const std::uint64_t h = CellHash(cx, cy);
+    const std::uint64_t tag = h >> 32;
+    const std::size_t mask = m_cellSlot.size() - 1;
+    const double size = m_indexEps * kCellEps;
+    for (std::size_t k = static_cast<std::size_t>(h) & mask;; k = (k + 1) & mask) {
+        const std::uint64_t slot = m_cellSlot[k];
+        if (slot == 0) return k;
+        if ((slot >> 32) == tag) {
+            const CXYZ& p = m_point[static_cast<int>(slot & 0xFFFFFFFFu) - 1];
+            if (CellOf(p.x, size) == cx && CellOf(p.y, size) == cy) return k;
+        }
+    }
+}
+
+void CTin::IndexPoint(int i) {
+    if (2 * (static_cast<std::size_t>(m_nCells) + 1) > m_cellSlot.size()) {
+        // Grow to keep the table at most half full; every cell moves with its newest point.
+        std::vector<std::uint64_t> old;
+        old.swap(m_cellSlot);
+        m_cellSlot.assign(old.empty() ? 1024 : 2 * old.size(), 0);
+        const double size = m_indexEps * kCellEps;
+        for (std::uint64_t slot : old) {
+            if (slot == 0) continue;
+            const CXYZ& p = m_point[static_cast<int>(slot & 0xFFFFFFFFu) - 1];
+            m_cellSlot[CellSlot(CellOf(p.x, size), CellOf(p.y, size))] = slot;
+        }
+    }
+    const double size = m_indexEps * kCellEps;
+    const std::int64_t cx = CellOf(m_point[i].x, size), cy = CellOf(m_point[i].y, size);
+    std::uint64_t& slot = m_cellSlot[CellSlot(cx, cy)];
+    if (slot == 0) ++m_nCells;
+    m_cellNext.push_back(slot == 0 ? -1 : static_cast<int>(slot & 0xFFFFFFFFu) - 1);
+    slot = (CellHash(cx, cy) >> 32 << 32) | static_cast<std::uint64_t>(i + 1);
     m_nIndexed = i + 1;
 }
 
 int CTin::AddPoint(double x, double y, double z) {
     const int n = m_point.GetSize();
-    if (!(m_eps > 0.0) || !std::isfinite(x) || !std::isfinite(y)) {
-        // No usable cell size: the plain linear first-match search.
+    // A match has |q.x - x| <= m_eps as computed, so q.x lies in [x - 2 m_eps, x + 2 m_eps]
+    // (rounding is monotone), which covers one or two cells along each axis.
+    const double size = m_eps * kCellEps;
+    const bool indexed = m_eps > 0.0 && std::isfinite(size) && std::isfinite(x) &&
+                         std::isfinite(y) && std::isfinite(2.0 * m_eps + std::fabs(x)) &&
+                         std::isfinite(2.0 * m_eps + std::fabs(y));
+    std::int64_t x0 = 0, x1 = 0, y0 = 0, y1 = 0;
+    if (indexed) {
+        x0 = CellOf(x - 2.0 * m_eps, size);
+        x1 = CellOf(x + 2.0 * m_eps, size);
+        y0 = CellOf(y - 2.0 * m_eps, size);
+        y1 = CellOf(y + 2.0 * m_eps, size);
+    }
+    if (!indexed || x1 - x0 > 2 || y1 - y0 > 2) {
+        // No usable cell: the plain linear first-match search.
         for (int i = 0; i < n; ++i)
             if (std::fabs(m_point[i].x - x) <= m_eps && std::fabs(m_point[i].y - y) <= m_eps)
                 return i;
@@ -108,14 +166,12 @@ int CTin::AddPoint(double x, double y, double z) {
     }
     if (m_nIndexed > n || m_indexEps != m_eps) ResetCellIndex();
     while (m_nIndexed < n) IndexPoint(m_nIndexed);
-    // A match within m_eps in x and y lies in the point's cell or one of its eight neighbours.
-    const std::int64_t cx = CellOf(x, m_eps), cy = CellOf(y, m_eps);
     int best = -1;
-    for (std::int64_t dx = -1; dx <= 1; ++dx)
-        for (std::int64_t dy = -1; dy <= 1; ++dy) {
-            auto it = m_cellHead.find(CellKey(cx + dx, cy + dy));
-            if (it == m_cellHead.end()) continue;
-            for (int i = it->second; i >= 0; i = m_cellNext[static_cast<std::size_t>(i)]) {
+    for (std::int64_t cx = x0; cx <= x1 && !m_cellSlot.empty(); ++cx)
+        for (std::int64_t cy = y0; cy <= y1; ++cy) {
+            const std::uint64_t slot = m_cellSlot[CellSlot(cx, cy)];
+            for (int i = static_cast<int>(slot & 0xFFFFFFFFu) - 1; i >= 0;
+                 i = m_cellNext[static_cast<std::size_t>(i)]) {
                 const CXYZ& p = m_point[i];
                 if (std::fabs(p.x - x) <= m_eps && std::fabs(p.y - y) <= m_eps &&
                     (best < 0 || i < best))
@@ -174,6 +230,7 @@ int CTin::CreateTin(double angle) {
             InitData();
             return 0;
         }
+        ResetCellIndex();  // rebuilt by the next AddPoint; frees its memory meanwhile
         m_tri.RemoveAll();
         if (!MakeBoundaryFromPts() || !MakeConvexHull() || !MakeTinForConvexHull() ||
             !Triangulation()) {
@@ -245,24 +302,46 @@ int CTin::CheckTurn(int a, int b, int c) const {
 }
 
 int CTin::MakeConvexHull() {
-    if (m_hull.GetSize() < 3) return 0;
-    // Three vertices are tested as well: three collinear points would otherwise make a
-    // degenerate start triangle.
+    const int h = m_hull.GetSize();
+    if (h < 3) return 0;
+    // Passes over the closed outline remove every vertex that does not turn the convex way
+    // (three vertices are tested as well: three collinear points would otherwise make a
+    // degenerate start triangle); after a removal the previous vertex is tested again. The
+    // outline is a linked ring over the list positions, so a removal costs nothing even when
+    // almost every point of a large set starts on the outline.
+    std::vector<int> next(static_cast<std::size_t>(h)), prev(static_cast<std::size_t>(h));
+    for (int k = 0; k < h; ++k) {
+        next[static_cast<std::size_t>(k)] = k + 1 < h ? k + 1 : 0;
+        prev[static_cast<std::size_t>(k)] = k > 0 ? k - 1 : h - 1;
+    }
+    auto nextOf = [&](int k) { return next[static_cast<std::size_t>(k)]; };
+    auto prevOf = [&](int k) { return prev[static_cast<std::size_t>(k)]; };
+    int first = 0, count = h;
     bool removed = true;
-    while (removed && m_hull.GetSize() >= 3) {
+    while (removed && count >= 3) {
         removed = false;
-        for (int i = 0; i < m_hull.GetSize() && m_hull.GetSize() >= 3;) {
-            const int h = m_hull.GetSize();
-            if (CheckTurn(m_hull[(i + h - 1) % h], m_hull[i], m_hull[(i + 1) % h]) < 0) {
-                m_hull.RemoveAt(i);
+        int c = first;
+        while (count >= 3) {
+            if (CheckTurn(m_hull[prevOf(c)], m_hull[c], m_hull[nextOf(c)]) < 0) {
+                next[static_cast<std::size_t>(prevOf(c))] = nextOf(c);
+                prev[static_cast<std::size_t>(nextOf(c))] = prevOf(c);
+                --count;
                 removed = true;
-                if (i > 0) --i;
+                if (c == first)
+                    c = first = nextOf(c);
+                else
+                    c = prevOf(c);
             } else {
-                ++i;
+                if (c == prevOf(first)) break;  // the last vertex of the outline: pass done
+                c = nextOf(c);
             }
         }
     }
-    if (m_hull.GetSize() < 3) {
+    kel_templ::CKelArray<int, int> hull;
+    hull.SetSize(count);
+    for (int k = 0, c = first; k < count; ++k, c = nextOf(c)) hull[k] = m_hull[c];
+    m_hull = std::move(hull);
+    if (count < 3) {
         KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull count < 3");
         return 0;
     }
@@ -285,7 +364,9 @@ int CTin::MakeTinForConvexHull() {
         if (i > 0) {
             // The fan edge H[0] - H[i+1] is held by whichever earlier triangle the flips left
             // it in, on a slot still marked -1.
-            for (int j = 0; j < i; ++j) {
+            // (Searched from the newest triangle back: the edge is held by one triangle only,
+            // usually one of the last few.)
+            for (int j = i - 1; j >= 0; --j) {
                 CTri& o = m_tri[j];
                 int k = 0;
                 for (; k < 3; ++k)
@@ -304,6 +385,78 @@ int CTin::MakeTinForConvexHull() {
     return 1;
 }
 
+namespace {
+
+// Start triangles for the walks of Triangulation: a grid over the points' range whose cells
+// remember the last point inserted in them and the triangle in which it was found. The grid
+// starts with one cell and is refined, each cell into four that inherit its entry, whenever
+// the points outnumber the cells kPointsPerCell times, so a cell's point is near any point
+// that falls in the cell, in whatever order the points come. Triangle indices stay valid for
+// the whole triangulation and splits and flips keep the found triangle's index on a triangle
+// of the inserted point, so a remembered triangle is at worst a poor start, never a wrong one.
+class CLocateGrid {
+public:
+    struct CEntry {
+        int tri;  // start triangle
+        int pt;   // the point found in it, -1 for none yet
+    };
+
+    CLocateGrid(double x0, double y0, double x1, double y1, int tri)
+        : m_x0(x0), m_y0(y0), m_w(x1 - x0), m_h(y1 - y0) {
+        m_size = std::max(m_w, m_h);
+        if (!(m_size > 0.0) || !std::isfinite(m_size)) m_size = 1.0;
+        m_cell.assign(1, CEntry{tri, -1});
+    }
+
+    CEntry& At(double x, double y) {
+        const std::size_t ix = Index(x - m_x0, m_nx), iy = Index(y - m_y0, m_ny);
+        return m_cell[iy * static_cast<std::size_t>(m_nx) + ix];
+    }
+
+    // Refines while `points` outnumber the cells kPointsPerCell times.
+    void Fit(int points) {
+        while (static_cast<double>(points) > kPointsPerCell * static_cast<double>(m_cell.size()) &&
+               m_cell.size() < kMaxCells) {
+            const int nx = Count(m_w, 0.5 * m_size), ny = Count(m_h, 0.5 * m_size);
+            std::vector<CEntry> finer(static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny));
+            for (int iy = 0; iy < ny; ++iy)
+                for (int ix = 0; ix < nx; ++ix)
+                    finer[static_cast<std::size_t>(iy) * static_cast<std::size_t>(nx) +
+                          static_cast<std::size_t>(ix)] =
+                        m_cell[static_cast<std::size_t>(std::min(iy / 2, m_ny - 1)) *
+                                   static_cast<std::size_t>(m_nx) +
+                               static_cast<std::size_t>(std::min(ix / 2, m_nx - 1))];
+            m_cell.swap(finer);
+            m_size *= 0.5;
+            m_nx = nx;
+            m_ny = ny;
+        }
+    }
+
+private:
+    static constexpr double kPointsPerCell = 2.0;
+    static constexpr std::size_t kMaxCells = std::size_t(1) << 24;
+
+    // Cells of side `size` along an extent (at least one).
+    static int Count(double extent, double size) {
+        const double c = std::ceil(extent / size);
+        return c >= 1.0 ? static_cast<int>(std::min(c, 65536.0)) : 1;
+    }
+    std::size_t Index(double offset, int count) const {
+        const double f = offset / m_size;
+        if (!(f > 0.0)) return 0;  // below the range, or not a number
+        return static_cast<std::size_t>(f < count ? std::min(static_cast<int>(f), count - 1)
+                                                  : count - 1);
+    }
+
+    double m_x0, m_y0, m_w, m_h;
+    double m_size;  // side of a cell (m)
+    int m_nx = 1, m_ny = 1;
+    std::vector<CEntry> m_cell;
+};
+
+}  // namespace
+
 int CTin::Triangulation() {
     const int start = m_tri.GetSize();
     if (start < 1) return 0;
@@ -314,9 +467,40 @@ int CTin::Triangulation() {
     m_iOptim = 0;
     int count = start;
     int lastTri = 0;
+    if (!m_locateGrid) {
+        for (int i = 0; i < n; ++i) {
+            if (inHull[static_cast<std::size_t>(i)]) continue;
+            DivideTri(i, count, lastTri);
+        }
+        m_tri.SetSize(count);
+        return 1;
+    }
+    // The hull's corners span the points' range.
+    double x0 = m_point[m_hull[0]].x, x1 = x0, y0 = m_point[m_hull[0]].y, y1 = y0;
+    for (int k = 1; k < m_hull.GetSize(); ++k) {
+        const CXYZ& p = m_point[m_hull[k]];
+        x0 = std::min(x0, p.x);
+        x1 = std::max(x1, p.x);
+        y0 = std::min(y0, p.y);
+        y1 = std::max(y1, p.y);
+    }
+    CLocateGrid grid(x0, y0, x1, y1, lastTri);
+    int lastPt = -1, inserted = m_hull.GetSize();
     for (int i = 0; i < n; ++i) {
         if (inHull[static_cast<std::size_t>(i)]) continue;
-        DivideTri(i, count, lastTri);
+        grid.Fit(inserted);
+        const CXYZ& p = m_point[i];
+        CLocateGrid::CEntry& cell = grid.At(p.x, p.y);
+        // The walk starts at whichever of the previous point and the cell's point is nearer.
+        int tri = lastTri;
+        if (cell.pt >= 0 && (lastPt < 0 || Dist2(p, m_point[cell.pt]) < Dist2(p, m_point[lastPt])))
+            tri = cell.tri;
+        if (DivideTri(i, count, tri)) {
+            lastTri = tri;
+            lastPt = i;
+            cell = CLocateGrid::CEntry{tri, i};
+            ++inserted;
+        }
     }
     m_tri.SetSize(count);
     return 1;
@@ -371,6 +555,12 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
     const int nTri = m_tri.GetSize();
     if (nTri < 1 || start < 0 || start >= nTri) return -1;
     int cur = start;
+    // The next triangle depends on the current one only, so a walk that comes back to a
+    // triangle circles for ever (it can, in a mesh that is not exactly Delaunay) and would end
+    // at the step bound with the same -1. Brent's test spots the return early: `mark` is
+    // moved to the current triangle after 1, 2, 4, ... steps.
+    int mark = start;
+    long long sinceMark = 0, span = 1;
     for (int steps = 0; steps <= nTri; ++steps) {
         const CTri& t = m_tri[cur];
         // A coincident vertex first: the edge measure below grows with the edge's length, so
@@ -417,6 +607,12 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
             return cur;
         }
         cur = next;
+        if (cur == mark) return -1;
+        if (++sinceMark == span) {
+            mark = cur;
+            sinceMark = 0;
+            span *= 2;
+        }
     }
     return -1;
 }
@@ -497,27 +693,40 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
 }
 
 void CTin::Optimization(int t, int e) {
-    if (m_iOptim >= OPTIM_LEVEL) {
-        KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
-        return;
+    // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
+    // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
+    // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
+    // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would;
+    // m_iOptim holds the depth of the call being worked on.
+    std::vector<int>& stack = m_optimStack;
+    const std::size_t bottom = stack.size();
+    const int base = m_iOptim;
+    stack.insert(stack.end(), {t, e, base});
+    while (stack.size() > bottom) {
+        const int depth = stack.back();
+        e = stack[stack.size() - 2];
+        t = stack[stack.size() - 3];
+        stack.resize(stack.size() - 3);
+        m_iOptim = depth;
+        if (m_iOptim >= OPTIM_LEVEL) {
+            KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
+            continue;
+        }
+        const int n = m_tri[t].nb[Prev(e)];
+        if (n < 0) continue;
+        int i = 0;
+        while (i < 3 && m_tri[n].nb[i] != t) ++i;
+        if (i >= 3) {
+            KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
+            continue;
+        }
+        const CTri& tt = m_tri[t];
+        const int a = tt.v[Prev(e)], p = tt.v[e], b = tt.v[Next(e)];
+        const int d = m_tri[n].v[Next(i)];
+        if (CheckOptim(a, p, b, d) != 1 && SwapTri(t, e, n, i))
+            stack.insert(stack.end(), {n, i, depth + 1, t, e, depth + 1});
     }
-    const int n = m_tri[t].nb[Prev(e)];
-    if (n < 0) return;
-    int i = 0;
-    while (i < 3 && m_tri[n].nb[i] != t) ++i;
-    if (i >= 3) {
-        KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
-        return;
-    }
-    const CTri& tt = m_tri[t];
-    const int a = tt.v[Prev(e)], p = tt.v[e], b = tt.v[Next(e)];
-    const int d = m_tri[n].v[Next(i)];
-    if (CheckOptim(a, p, b, d) != 1 && SwapTri(t, e, n, i)) {
-        ++m_iOptim;
-        Optimization(t, e);
-        Optimization(n, i);
-        --m_iOptim;
-    }
+    m_iOptim = base;
 }
 
 int CTin::CheckOptim(int a, int p, int b, int d) const {

@@ -7,7 +7,6 @@
 // Triangle slots: nb[i] is the triangle across the edge from v[(i+2) mod 3] to v[i], that is
 // the edge opposite v[(i+1) mod 3]; -1 marks an edge on the outer boundary.
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "geometry/KelArray.h"
@@ -101,6 +100,11 @@ public:
     // else -1: a collinear corner counts as not convex, so the start hull has corners only
     // and points on its edges are inserted later as boundary splits.
     int CheckTurn(int a, int b, int c) const;
+    // Where Triangulation starts each walk: on (the default) from a coarse grid of recently
+    // found triangles over the points' range, which keeps the walk short whatever the order
+    // of the points; off from the triangle that held the previous point only. Both find the
+    // same triangles, so the mesh is the same; off is kept as the reference for tests.
+    void UseLocateGrid(bool on) { m_locateGrid = on; }
 
     // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.
     int AddBreakLine(int a, int b);
@@ -178,8 +182,9 @@ private:
     void WriteName(CFile& file) const;
     int ReadName(CFile& file);
     void ClearTexture();
-    void ResetCellIndex() const;
-    void IndexPoint(int i) const;
+    void ResetCellIndex();
+    std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
+    void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
     int SegmentIsEdge(int a, int b) const;
 
@@ -189,11 +194,16 @@ private:
     kel_templ::CKelArray<double, double> m_depth;        // per vertex (m)
     kel_templ::CKelArray<double, double> m_texU, m_texV;  // per vertex, 0..1
     int m_nAdd;                                          // batch counter
+    bool m_locateGrid = true;                            // see UseLocateGrid
+    std::vector<int> m_optimStack;  // pending Optimization calls: triangle, edge, depth
 
-    // Cell index of AddPoint: cells of size m_eps keyed by (floor(x/eps), floor(y/eps));
-    // chains through m_cellNext in index order. Rebuilt when it falls out of step.
-    mutable std::unordered_map<std::uint64_t, int> m_cellHead;
-    mutable std::vector<int> m_cellNext;
-    mutable int m_nIndexed;
-    mutable double m_indexEps;
+    // Cell index of AddPoint: cells kCellEps tolerances wide in an open-addressing table
+    // (m_cellSlot, a power of two in size, at most half full), each chaining its points from
+    // the newest through m_cellNext. Brought up to date on each call, rebuilt when points
+    // were removed or m_eps changed; dropped by CreateTin, which does not need it.
+    std::vector<std::uint64_t> m_cellSlot;
+    std::vector<int> m_cellNext;
+    int m_nIndexed;
+    int m_nCells;
+    double m_indexEps;
 };
