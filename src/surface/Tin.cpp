@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <utility>
 #include <vector>
@@ -12,6 +13,89 @@
 namespace {
 
 int Next(int i) { return i == 2 ? 0 : i + 1; }
+
+// Sorts n finite keys ascending, moving index along; equal keys end up in ascending index
+// order. The keys are first spread by value over a few thousand buckets, which keeps their
+// order and fits the caches, and each bucket is then sorted on its own. Returns false,
+// leaving both as they were, when memory runs short.
+bool SortKeys(double* key, int* index, int n) {
+    if (n < 2) return true;
+    const auto range = std::minmax_element(key, key + n);
+    const double lo = *range.first, hi = *range.second;
+    std::size_t buckets = 1;
+    while (buckets * 256 < static_cast<std::size_t>(n) && buckets < 4096) buckets *= 2;
+    const double scale = hi > lo ? static_cast<double>(buckets) / (hi - lo) : 0.0;
+    auto bucketOf = [&](double k) {
+        const double f = (k - lo) * scale;
+        return f < static_cast<double>(buckets) ? static_cast<std::size_t>(f) : buckets - 1;
+    };
+    std::vector<std::pair<double, int>> sorted;
+    try {
+        sorted.resize(static_cast<std::size_t>(n));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    std::vector<std::size_t> start(buckets + 1, 0);
+    for (int i = 0; i < n; ++i) ++start[bucketOf(key[i]) + 1];
+    for (std::size_t b = 0; b < buckets; ++b) start[b + 1] += start[b];
+    std::vector<std::size_t> fill(start.begin(), start.end() - 1);
+    for (int i = 0; i < n; ++i) sorted[fill[bucketOf(key[i])]++] = {key[i], index[i]};
+    auto before = [](const std::pair<double, int>& a, const std::pair<double, int>& b) {
+        return a.first < b.first || (!(b.first < a.first) && a.second < b.second);
+    };
+    for (std::size_t b = 0; b < buckets; ++b)
+        std::sort(sorted.begin() + static_cast<std::ptrdiff_t>(start[b]),
+                  sorted.begin() + static_cast<std::ptrdiff_t>(start[b + 1]), before);
+    for (int i = 0; i < n; ++i) {
+        key[i] = sorted[static_cast<std::size_t>(i)].first;
+        index[i] = sorted[static_cast<std::size_t>(i)].second;
+    }
+    return true;
+}
+
+// Cross measure of point (px, py) against the directed line A -> B: negative on the left,
+// positive on the right.
+inline double CrossOf(const CXYZ& A, const CXYZ& B, double px, double py) {
+    return (B.y - A.y) * (px - A.x) - (B.x - A.x) * (py - A.y);
+}
+
+// The circumcircle test of CheckOptim: 1 when D lies strictly outside the circle through A, P
+// and B, computed from the circumcentre relative to A; 0 also when A, P, B are collinear.
+inline int OutsideCircle(const CXYZ& A, const CXYZ& P, const CXYZ& B, const CXYZ& D) {
+    const double px = P.x - A.x, py = P.y - A.y;
+    const double bx = B.x - A.x, by = B.y - A.y;
+    const double dx = D.x - A.x, dy = D.y - A.y;
+    const double det = px * by - py * bx;
+    if (det == 0.0) return 0;
+    const double p2 = px * px + py * py, b2 = bx * bx + by * by;
+    const double inv = 0.5 / det;
+    const double ux = (by * p2 - py * b2) * inv;
+    const double uy = (px * b2 - bx * p2) * inv;
+    const double r2 = ux * ux + uy * uy;
+    const double d2 = (dx - ux) * (dx - ux) + (dy - uy) * (dy - uy);
+    return d2 > r2 ? 1 : 0;
+}
+
+// Asks the processor to fetch memory that is about to be read (a hint only).
+inline void Prefetch(const void* p) {
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(p);
+#else
+    (void)p;
+#endif
+}
+
+// CheckSwapTri on points: the flip of the diagonal A - C of quadrilateral (A, B, C, D) makes
+// (B, C, D) and (B, D, A); in FindTri's measure a counter-clockwise triangle is negative.
+inline int FlipKeepsOrientation(const CXYZ& A, const CXYZ& B, const CXYZ& C, const CXYZ& D) {
+    const double z1 = CrossOf(B, C, D.x, D.y);
+    const double z2 = CrossOf(B, D, A.x, A.y);
+    if (z1 >= 0.0 || z2 >= 0.0) {
+        KEL_TRACE_ALWAYS(L"CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
+        return 0;
+    }
+    return 1;
+}
 
 double Dist2(const CXYZ& a, const CXYZ& b) {
     return (a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y);
@@ -267,34 +351,60 @@ int CTin::MakeBoundaryFromPts() {
     kel_templ::CKelArray<double, double> angles;
     kel_templ::CKelArray<int, int> order;
     angles.SetSize(n);
-    for (int i = 0; i < n; ++i) angles[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-    QuickSortKey(angles, order, 0);
+    order.SetSize(n);
+    double* key = angles.GetData();
+    int* index = order.GetData();
+    bool ordered = true;  // no angle is NaN
+    for (int i = 0; i < n; ++i) {
+        key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
+        index[i] = i;
+        ordered = ordered && key[i] == key[i];
+    }
+    // The library's key sort and a stable radix sort order the angles alike and differ only
+    // in the order of equal angles, which matters only when two points at the same angle tie
+    // for the farthest; then the key sort decides, as it always did.
+    if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
+        for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
+        QuickSortKey(angles, order, 0);
+        KeepFarthest(angles, order, cx, cy);
+    }
+    return m_hull.GetSize() >= 3 ? 1 : 0;
+}
+
+int CTin::KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
+                       const kel_templ::CKelArray<int, int>& order, double cx, double cy) {
+    const int n = angles.GetSize();
     m_hull.RemoveAll();
+    bool tie = false;
     for (int k = 0; k < n;) {
         // Among points at exactly the same angle keep the farthest (the first wins a tie).
         int best = order[k];
         double bestD = -1.0;
+        bool tieForBest = false;
         int j = k;
+        if (k + 1 >= n || angles[k + 1] != angles[k]) j = k + 1;  // alone at its angle
         for (; j < n && angles[j] == angles[k]; ++j) {
             const CXYZ& p = m_point[order[j]];
             const double d = (p.x - cx) * (p.x - cx) + (p.y - cy) * (p.y - cy);
             if (d > bestD) {
                 bestD = d;
                 best = order[j];
+                tieForBest = false;
+            } else if (d == bestD) {
+                tieForBest = true;
             }
         }
+        tie = tie || tieForBest;
         m_hull.Add(best);
         k = j;
     }
-    return m_hull.GetSize() >= 3 ? 1 : 0;
+    return tie ? 0 : 1;
 }
 
 // Cross measure of point (px, py) against the directed line a -> b, as FindTri uses it:
 // negative on the left, positive on the right.
 double CTin::Cross(int a, int b, double px, double py) const {
-    const CXYZ& A = m_point[a];
-    const CXYZ& B = m_point[b];
-    return (B.y - A.y) * (px - A.x) - (B.x - A.x) * (py - A.y);
+    return CrossOf(m_point[a], m_point[b], px, py);
 }
 
 int CTin::CheckTurn(int a, int b, int c) const {
@@ -405,6 +515,7 @@ public:
         : m_x0(x0), m_y0(y0), m_w(x1 - x0), m_h(y1 - y0) {
         m_size = std::max(m_w, m_h);
         if (!(m_size > 0.0) || !std::isfinite(m_size)) m_size = 1.0;
+        m_inv = 1.0 / m_size;
         m_cell.assign(1, CEntry{tri, -1});
     }
 
@@ -428,13 +539,14 @@ public:
                                static_cast<std::size_t>(std::min(ix / 2, m_nx - 1))];
             m_cell.swap(finer);
             m_size *= 0.5;
+            m_inv = 1.0 / m_size;
             m_nx = nx;
             m_ny = ny;
         }
     }
 
 private:
-    static constexpr double kPointsPerCell = 2.0;
+    static constexpr double kPointsPerCell = 4.0;
     static constexpr std::size_t kMaxCells = std::size_t(1) << 24;
 
     // Cells of side `size` along an extent (at least one).
@@ -443,7 +555,7 @@ private:
         return c >= 1.0 ? static_cast<int>(std::min(c, 65536.0)) : 1;
     }
     std::size_t Index(double offset, int count) const {
-        const double f = offset / m_size;
+        const double f = offset * m_inv;
         if (!(f > 0.0)) return 0;  // below the range, or not a number
         return static_cast<std::size_t>(f < count ? std::min(static_cast<int>(f), count - 1)
                                                   : count - 1);
@@ -451,6 +563,7 @@ private:
 
     double m_x0, m_y0, m_w, m_h;
     double m_size;  // side of a cell (m)
+    double m_inv;   // its reciprocal
     int m_nx = 1, m_ny = 1;
     std::vector<CEntry> m_cell;
 };
@@ -486,9 +599,22 @@ int CTin::Triangulation() {
     }
     CLocateGrid grid(x0, y0, x1, y1, lastTri);
     int lastPt = -1, inserted = m_hull.GetSize();
+    const CXYZ* pts = m_point.GetData();
+    const CTri* tris = m_tri.GetData();
     for (int i = 0; i < n; ++i) {
         if (inHull[static_cast<std::size_t>(i)]) continue;
         grid.Fit(inserted);
+        // Points in no spatial order find their start triangles in cold memory: fetch the
+        // cell's triangle two points ahead and that triangle's corners one point ahead.
+        if (i + 2 < n) {
+            const CLocateGrid::CEntry& ahead = grid.At(pts[i + 2].x, pts[i + 2].y);
+            Prefetch(tris + ahead.tri);
+            if (ahead.pt >= 0) Prefetch(pts + ahead.pt);
+        }
+        if (i + 1 < n) {
+            const CTri& ahead = tris[grid.At(pts[i + 1].x, pts[i + 1].y).tri];
+            for (int k = 0; k < 3; ++k) Prefetch(pts + ahead.v[k]);
+        }
         const CXYZ& p = m_point[i];
         CLocateGrid::CEntry& cell = grid.At(p.x, p.y);
         // The walk starts at whichever of the previous point and the cell's point is nearer.
@@ -563,22 +689,21 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
     long long sinceMark = 0, span = 1;
     for (int steps = 0; steps <= nTri; ++steps) {
         const CTri& t = m_tri[cur];
+        const CXYZ* v[3] = {&m_point[t.v[0]], &m_point[t.v[1]], &m_point[t.v[2]]};
         // A coincident vertex first: the edge measure below grows with the edge's length, so
         // a point within m_eps of a vertex can pass every edge test of a long triangle.
         for (int k = 0; k < 3; ++k) {
-            const CXYZ& v = m_point[t.v[k]];
-            if (std::fabs(x - v.x) <= m_eps && std::fabs(y - v.y) <= m_eps) {
+            if (std::fabs(x - v[k]->x) <= m_eps && std::fabs(y - v[k]->y) <= m_eps) {
                 status = 1;
                 return cur;
             }
         }
         int next = -2;
         for (int k = 0; k < 3; ++k) {
-            const int a = t.v[k], b = t.v[Next(k)];
-            const double cr = Cross(a, b, x, y);
+            const CXYZ& A = *v[k];
+            const CXYZ& B = *v[Next(k)];
+            const double cr = CrossOf(A, B, x, y);
             if (std::fabs(cr) <= m_eps) {
-                const CXYZ& A = m_point[a];
-                const CXYZ& B = m_point[b];
                 if ((std::fabs(x - A.x) <= m_eps && std::fabs(y - A.y) <= m_eps) ||
                     (std::fabs(x - B.x) <= m_eps && std::fabs(y - B.y) <= m_eps)) {
                     status = 1;
@@ -698,6 +823,11 @@ void CTin::Optimization(int t, int e) {
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
     // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would;
     // m_iOptim holds the depth of the call being worked on.
+    (void)m_tri[t];  // the array's fatal index error for a bad argument
+    CTri* tri = m_tri.GetData();
+    const CXYZ* pt = m_point.GetData();
+    const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
+    const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
     std::vector<int>& stack = m_optimStack;
     const std::size_t bottom = stack.size();
     const int base = m_iOptim;
@@ -712,57 +842,51 @@ void CTin::Optimization(int t, int e) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
             continue;
         }
-        const int n = m_tri[t].nb[Prev(e)];
+        CTri& tt = tri[t];
+        const int n = tt.nb[Prev(e)];
         if (n < 0) continue;
+        if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
+        CTri& nn = tri[n];
         int i = 0;
-        while (i < 3 && m_tri[n].nb[i] != t) ++i;
+        while (i < 3 && nn.nb[i] != t) ++i;
         if (i >= 3) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
             continue;
         }
-        const CTri& tt = m_tri[t];
         const int a = tt.v[Prev(e)], p = tt.v[e], b = tt.v[Next(e)];
-        const int d = m_tri[n].v[Next(i)];
-        if (CheckOptim(a, p, b, d) != 1 && SwapTri(t, e, n, i))
+        const int d = nn.v[Next(i)];
+        if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
+            static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
+            (void)m_point[-1];  // a vertex out of range: fatal
+        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
+            SwapPair(tri, pt, t, e, n, i))
             stack.insert(stack.end(), {n, i, depth + 1, t, e, depth + 1});
     }
     m_iOptim = base;
 }
 
 int CTin::CheckOptim(int a, int p, int b, int d) const {
-    const CXYZ& A = m_point[a];
-    const double px = m_point[p].x - A.x, py = m_point[p].y - A.y;
-    const double bx = m_point[b].x - A.x, by = m_point[b].y - A.y;
-    const double dx = m_point[d].x - A.x, dy = m_point[d].y - A.y;
-    const double det = px * by - py * bx;
-    if (det == 0.0) return 0;
-    const double p2 = px * px + py * py, b2 = bx * bx + by * by;
-    const double inv = 0.5 / det;
-    const double ux = (by * p2 - py * b2) * inv;
-    const double uy = (px * b2 - bx * p2) * inv;
-    const double r2 = ux * ux + uy * uy;
-    const double d2 = (dx - ux) * (dx - ux) + (dy - uy) * (dy - uy);
-    return d2 > r2 ? 1 : 0;
+    return OutsideCircle(m_point[a], m_point[p], m_point[b], m_point[d]);
 }
 
 int CTin::CheckSwapTri(int a, int b, int c, int d) const {
-    // The flip of the diagonal a - c of quadrilateral (a, b, c, d) makes (b, c, d) and
-    // (b, d, a); in FindTri's measure a counter-clockwise triangle is negative.
-    const double z1 = Cross(b, c, m_point[d].x, m_point[d].y);
-    const double z2 = Cross(b, d, m_point[a].x, m_point[a].y);
-    if (z1 >= 0.0 || z2 >= 0.0) {
-        KEL_TRACE_ALWAYS(L"CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
-        return 0;
-    }
-    return 1;
+    return FlipKeepsOrientation(m_point[a], m_point[b], m_point[c], m_point[d]);
 }
 
 int CTin::SwapTri(int t1, int e1, int t2, int e2) {
-    CTri& A = m_tri[t1];
-    CTri& B = m_tri[t2];
+    (void)m_tri[t1];
+    (void)m_tri[t2];
+    for (int v : {m_tri[t1].v[0], m_tri[t1].v[1], m_tri[t1].v[2], m_tri[t2].v[Next(e2)]})
+        (void)m_point[v];
+    return SwapPair(m_tri.GetData(), m_point.GetData(), t1, e1, t2, e2);
+}
+
+int CTin::SwapPair(CTri* tri, const CXYZ* pt, int t1, int e1, int t2, int e2) {
+    CTri& A = tri[t1];
+    CTri& B = tri[t2];
     const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
     const int d = B.v[Next(e2)];
-    if (!CheckSwapTri(a, p, b, d)) return 0;
+    if (!FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d])) return 0;
     const int outerA = A.nb[e1];        // across a - p, goes to t2
     const int outerB = B.nb[Next(e2)];  // across b - d, goes to t1
     A.v[Prev(e1)] = d;

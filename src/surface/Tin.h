@@ -23,7 +23,7 @@ public:
     KEL_DECLARE_ALLOCATOR
 
     // One triangle: vertex indices (counter-clockwise), neighbour triangles, flag word.
-    struct CTri {
+    struct alignas(32) CTri {
         std::int32_t v[3];
         std::int32_t nb[3];
         std::int32_t flag;  // selection and state bits; not stored in the surface files
@@ -182,10 +182,16 @@ private:
     void WriteName(CFile& file) const;
     int ReadName(CFile& file);
     void ClearTexture();
+    // The hull-vertex list from angles sorted with their point indices: the farthest point
+    // of each angle. 0 when two points at one angle tie for the farthest.
+    int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
+                     const kel_templ::CKelArray<int, int>& order, double cx, double cy);
     void ResetCellIndex();
     std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
     void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
+    // SwapTri on the raw arrays, indices already checked.
+    int SwapPair(CTri* tri, const CXYZ* pt, int t1, int e1, int t2, int e2);
     int SegmentIsEdge(int a, int b) const;
 
     kel_text::CKelString m_name;

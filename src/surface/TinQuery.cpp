@@ -154,21 +154,28 @@ int CTin::DelTriWithAngle(double angle, int mode) {
 
 int CTin::UpdateTinRange() {
     if (m_tri.GetSize() < 1) return UpdatePtRange();
-    bool first = true;
+    // The used vertices are marked first, then folded in index order: one pass over the
+    // points instead of three scattered reads per triangle. The range starts from the first
+    // triangle's first vertex, as a fold in triangle order would.
+    const int nPt = m_point.GetSize();
+    std::vector<char> used(static_cast<std::size_t>(nPt), 0);
     for (int i = 0; i < m_tri.GetSize(); ++i)
         for (int k = 0; k < 3; ++k) {
-            const CXYZ& p = m_point[m_tri[i].v[k]];
-            if (first) {
-                m_range[0].SetXYZ(p.x, p.y, p.z);
-                m_range[1].SetXYZ(p.x, p.y, p.z);
-                first = false;
-                continue;
-            }
-            m_range[0].SetXYZ(std::min(m_range[0].x, p.x), std::min(m_range[0].y, p.y),
-                              std::min(m_range[0].z, p.z));
-            m_range[1].SetXYZ(std::max(m_range[1].x, p.x), std::max(m_range[1].y, p.y),
-                              std::max(m_range[1].z, p.z));
+            const int v = m_tri[i].v[k];
+            if (v < 0 || v >= nPt) (void)m_point[v];  // the array's fatal index error
+            used[static_cast<std::size_t>(v)] = 1;
         }
+    const CXYZ& p0 = m_point[m_tri[0].v[0]];
+    m_range[0].SetXYZ(p0.x, p0.y, p0.z);
+    m_range[1].SetXYZ(p0.x, p0.y, p0.z);
+    for (int i = 0; i < nPt; ++i) {
+        if (!used[static_cast<std::size_t>(i)]) continue;
+        const CXYZ& p = m_point[i];
+        m_range[0].SetXYZ(std::min(m_range[0].x, p.x), std::min(m_range[0].y, p.y),
+                          std::min(m_range[0].z, p.z));
+        m_range[1].SetXYZ(std::max(m_range[1].x, p.x), std::max(m_range[1].y, p.y),
+                          std::max(m_range[1].z, p.z));
+    }
     return 1;
 }
 

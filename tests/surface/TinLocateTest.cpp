@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "TinCheck.h"
+#include "geometry/Polyline.h"
 #include "common/KelTest.h"
 #include "surface/Tin.h"
 
@@ -128,6 +129,43 @@ TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
     }
 }
 
+// The outline of MakeBoundaryFromPts by the library's key sort, as a reference: the points
+// sorted by angle about the middle of their range; of each angle the farthest point, the first
+// in sorted order winning a tie.
+std::vector<int> ReferenceOutline(const CTin& tin) {
+    const int n = tin.GetPointSize();
+    double x0 = tin.m_point[0].x, x1 = x0, y0 = tin.m_point[0].y, y1 = y0;
+    for (int i = 1; i < n; ++i) {
+        x0 = std::min(x0, tin.m_point[i].x);
+        x1 = std::max(x1, tin.m_point[i].x);
+        y0 = std::min(y0, tin.m_point[i].y);
+        y1 = std::max(y1, tin.m_point[i].y);
+    }
+    const double cx = (x0 + x1) * 0.5, cy = (y0 + y1) * 0.5;
+    kel_templ::CKelArray<double, double> angles;
+    kel_templ::CKelArray<int, int> order;
+    angles.SetSize(n);
+    for (int i = 0; i < n; ++i)
+        angles[i] = std::atan2(tin.m_point[i].y - cy, tin.m_point[i].x - cx);
+    QuickSortKey(angles, order, 0);
+    std::vector<int> outline;
+    for (int k = 0; k < n;) {
+        int best = order[k], j = k;
+        double bestD = -1.0;
+        for (; j < n && angles[j] == angles[k]; ++j) {
+            const CXYZ& p = tin.m_point[order[j]];
+            const double d = (p.x - cx) * (p.x - cx) + (p.y - cy) * (p.y - cy);
+            if (d > bestD) {
+                bestD = d;
+                best = order[j];
+            }
+        }
+        outline.push_back(best);
+        k = j;
+    }
+    return outline;
+}
+
 // The start hull by removal from an array, as a reference: passes over the closed outline
 // remove every vertex that does not turn the convex way, stepping back after each removal.
 std::vector<int> ReferenceHull(const CTin& tin, std::vector<int> h) {
@@ -148,15 +186,23 @@ std::vector<int> ReferenceHull(const CTin& tin, std::vector<int> h) {
     return h;
 }
 
-TEST_F(TinLocateTest, StartHullMatchesTheArrayRemovalPasses) {
-    // Small integer lattices: many collinear and tied outline vertices; plus the collinear
-    // set, whose outline collapses below three vertices.
+TEST_F(TinLocateTest, StartHullMatchesTheReferenceSortAndRemovalPasses) {
+    // Small integer lattices: many points at one angle, repeated points (which tie for the
+    // farthest), collinear and tied outline vertices; plus the collinear set, whose outline
+    // collapses below three vertices; plus large random sets.
     std::mt19937 rng(5);
     for (int trial = 0; trial < 300; ++trial) {
         std::uniform_int_distribution<int> u(0, 2 + trial % 9);
         CTin tin;
         const int n = 3 + trial % 40;
-        for (int i = 0; i < n; ++i) tin.AddPoint(u(rng), u(rng), 0.0);
+        tin.BeginAddPoint(n);
+        for (int i = 0; i < n; ++i) tin.AddPoint2(u(rng), u(rng), 0.0);
+        tin.EndAddPoint();
+        if (trial % 50 == 1) {
+            std::uniform_real_distribution<double> r(-1e3, 1e3);
+            tin.InitData();
+            for (int i = 0; i < 20000; ++i) tin.AddPoint(r(rng), r(rng), 0.0);
+        }
         if (trial == 299) {
             tin.InitData();
             for (int i = 0; i < 6; ++i) tin.AddPoint(i, 2 * i, 0.0);
@@ -165,6 +211,7 @@ TEST_F(TinLocateTest, StartHullMatchesTheArrayRemovalPasses) {
         const kel_templ::CKelArray<int, int>& outline = tin.GetHull();
         std::vector<int> before;
         for (int i = 0; i < outline.GetSize(); ++i) before.push_back(outline[i]);
+        ASSERT_EQ(before, ReferenceOutline(tin)) << "trial " << trial;
         const std::vector<int> want = ReferenceHull(tin, before);
         ClearLines();
         EXPECT_EQ(tin.MakeConvexHull(), want.size() >= 3 ? 1 : 0) << trial;
