@@ -1,11 +1,13 @@
 // Surface triangulation: CreateTin on a million points delivered as a scan (serpentine rows),
 // uniformly at random and as a regular grid (cocircular everywhere); the plain walk from the
-// last triangle on random points for contrast; a million AddPoint calls with duplicates.
-// "per_point" is the time per input point. The comparison with another Delaunay
-// implementation on the same points is bench/cgal/TinVsCgal (built when CGAL is found).
+// last triangle, on random points for contrast and on the scan; a million AddPoint calls with
+// duplicates. "per_point" is the time per input point, "left_out" the number of points in no
+// triangle. The comparison with CGAL's Delaunay triangulation on the same points is
+// bench/cgal/TinVsCgal (built when CGAL is found).
 // Run: build/<dir>/bench/TinBench
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -36,6 +38,11 @@ void RunCreateTin(benchmark::State& state, PointSet set, int n, bool grid) {
         if (tin->CreateTin(0.0) != 1) state.SkipWithError("CreateTin failed");
         triangles = tin->GetTriSize();
         state.PauseTiming();
+        // Points the mesh left out (duplicates, or points the walk could not place).
+        std::vector<char> used(static_cast<std::size_t>(tin->GetPointSize()), 0);
+        for (int i = 0; i < tin->GetTriSize(); ++i)
+            for (int k = 0; k < 3; ++k) used[static_cast<std::size_t>(tin->GetTri(i).v[k])] = 1;
+        state.counters["left_out"] = static_cast<double>(std::count(used.begin(), used.end(), 0));
         tin.reset();
         state.ResumeTiming();
     }

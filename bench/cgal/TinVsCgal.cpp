@@ -1,19 +1,29 @@
 // Our triangulation against CGAL's Delaunay_triangulation_2 (exact predicates, inexact
 // constructions; range insertion, which sorts the points along a space-filling curve first) on
-// the same point sets in the same run. Runs every TinBench benchmark plus BM_CgalInsert/<set>,
-// then prints the time ratio per set. With --peak it instead measures the peak resident memory
-// of building each triangulation, each in a process of its own (wait4's ru_maxrss), next to
-// the peak of the process that only makes the points.
-// Run: build/<dir>/bench/cgal/TinVsCgal --benchmark_filter='CreateTin/|Cgal'
-//      build/<dir>/bench/cgal/TinVsCgal --peak
+// the same point sets in the same run.
+//
+// --compare [runs]: builds each triangulation `runs` times (default 3), each time in a fresh
+//   process of its own, alternating ours and CGAL's; prints the fastest time of each, their
+//   ratio, and the peak resident memory of the processes (wait4's ru_maxrss) next to the peak
+//   of a process that only makes the points. Fresh processes keep one build's heap and caches
+//   from slowing the next, which on a busy machine matters more than the difference measured.
+// Otherwise: every TinBench benchmark plus BM_CgalInsert/<set> in this process, then the
+//   time ratio per set.
+// Run: build/<dir>/bench/cgal/TinVsCgal --compare 5
+//      build/<dir>/bench/cgal/TinVsCgal --benchmark_filter='CreateTin/|Cgal'
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <CGAL/Delaunay_triangulation_2.h>
 #include <CGAL/Exact_predicates_inexact_constructions_kernel.h>
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -95,49 +105,92 @@ private:
     std::map<std::string, Mean> m_times;
 };
 
-// One measurement in a process of its own: "tin" / "cgal" build the triangulation, "tin-points"
-// / "cgal-points" only make the points. Exit status 0 on success.
-int PeakChild(const std::string& what, PointSet set) {
+// One measurement in a process of its own: "tin" / "cgal" build the triangulation and print
+// the seconds the build took, "tin-points" / "cgal-points" only make the points. Exit status 0
+// on success.
+int Child(const std::string& what, PointSet set) {
+    using Clock = std::chrono::steady_clock;
     if (what == "tin" || what == "tin-points") {
         auto tin = std::make_unique<CTin>();
         tin_bench::Load(*tin, set, kMillion);
-        return what == "tin-points" || tin->CreateTin(0.0) == 1 ? 0 : 1;
+        if (what == "tin-points") return 0;
+        const Clock::time_point t0 = Clock::now();
+        const int ok = tin->CreateTin(0.0);
+        std::printf("%.6f\n", std::chrono::duration<double>(Clock::now() - t0).count());
+        return ok == 1 ? 0 : 1;
     }
     if (what == "cgal" || what == "cgal-points") {
         const std::vector<Kernel::Point_2> pts = CgalPoints(set);
         if (what == "cgal-points") return 0;
         Delaunay dt;
+        const Clock::time_point t0 = Clock::now();
         dt.insert(pts.begin(), pts.end());
+        std::printf("%.6f\n", std::chrono::duration<double>(Clock::now() - t0).count());
         return dt.number_of_faces() > 0 ? 0 : 1;
     }
     return 1;
 }
 
-// Peak resident memory (MiB) of a child run of this program, or -1.
-double PeakOf(const std::string& what, PointSet set) {
-    std::string self = "/proc/self/exe", flag = "--peak-child", name = tin_bench::Name(set);
+struct CRun {
+    bool ok = false;
+    double seconds = 0.0;  // as the child printed it
+    double peakMiB = 0.0;  // wait4's ru_maxrss
+};
+
+// Runs this program as a child with --child what set; the child's output is read through a
+// pipe and its trace lines on stderr are dropped.
+CRun RunChild(const std::string& what, PointSet set) {
+    CRun run;
+    std::string self = "/proc/self/exe", flag = "--child", name = tin_bench::Name(set);
     char* args[] = {self.data(), flag.data(), const_cast<char*>(what.c_str()), name.data(),
                     nullptr};
+    int out[2];
+    if (pipe(out) != 0) return run;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
-    if (posix_spawn(&pid, self.c_str(), nullptr, nullptr, args, environ) != 0) return -1.0;
+    const int spawned = posix_spawn(&pid, self.c_str(), &actions, nullptr, args, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(out[1]);
+    std::string text;
+    char buf[256];
+    for (ssize_t got; spawned == 0 && (got = read(out[0], buf, sizeof buf)) > 0;)
+        text.append(buf, static_cast<std::size_t>(got));
+    close(out[0]);
+    if (spawned != 0) return run;
     int status = 0;
     rusage usage{};
     if (wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        return -1.0;
-    return static_cast<double>(usage.ru_maxrss) / 1024.0;  // ru_maxrss is in KiB
+        return run;
+    run.ok = true;
+    run.seconds = std::atof(text.c_str());
+    run.peakMiB = static_cast<double>(usage.ru_maxrss) / 1024.0;  // ru_maxrss is in KiB
+    return run;
 }
 
-int PeakTable() {
-    std::printf("Peak resident memory (MiB), 1 000 000 points, each in its own process\n");
-    std::printf("%-8s %10s %10s %10s %12s %12s\n", "set", "ours", "CGAL", "ours/CGAL",
-                "ours points", "CGAL points");
+int Compare(int runs) {
+    std::printf("1 000 000 points; fastest of %d fresh processes each; peak resident memory\n", runs);
+    std::printf("%-7s %9s %9s %9s | %9s %9s %9s | %11s %11s\n", "set", "ours s", "CGAL s",
+                "ours/CGAL", "ours MiB", "CGAL MiB", "ours/CGAL", "points ours", "points CGAL");
     int failures = 0;
     for (PointSet set : kSets) {
-        const double ours = PeakOf("tin", set), cgal = PeakOf("cgal", set);
-        const double oursPts = PeakOf("tin-points", set), cgalPts = PeakOf("cgal-points", set);
-        failures += ours < 0.0 || cgal < 0.0 || oursPts < 0.0 || cgalPts < 0.0;
-        std::printf("%-8s %10.1f %10.1f %10.2f %12.1f %12.1f\n", tin_bench::Name(set), ours,
-                    cgal, ours / cgal, oursPts, cgalPts);
+        CRun best[2];
+        for (int r = 0; r < runs; ++r)
+            for (int lib = 0; lib < 2; ++lib) {
+                const CRun run = RunChild(lib == 0 ? "tin" : "cgal", set);
+                failures += !run.ok;
+                if (run.ok && (!best[lib].ok || run.seconds < best[lib].seconds)) best[lib] = run;
+                if (run.ok && run.peakMiB > best[lib].peakMiB) best[lib].peakMiB = run.peakMiB;
+            }
+        const CRun ours = RunChild("tin-points", set), cgal = RunChild("cgal-points", set);
+        failures += !ours.ok + !cgal.ok;
+        std::printf("%-7s %9.3f %9.3f %9.2f | %9.1f %9.1f %9.2f | %11.1f %11.1f\n",
+                    tin_bench::Name(set), best[0].seconds, best[1].seconds,
+                    best[0].seconds / best[1].seconds, best[0].peakMiB, best[1].peakMiB,
+                    best[0].peakMiB / best[1].peakMiB, ours.peakMiB, cgal.peakMiB);
     }
     return failures == 0 ? 0 : 1;
 }
@@ -145,11 +198,12 @@ int PeakTable() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && std::strcmp(argv[1], "--peak-child") == 0) {
+    if (argc == 4 && std::strcmp(argv[1], "--child") == 0) {
         PointSet set = PointSet::kScan;
-        return tin_bench::Parse(argv[3], set) ? PeakChild(argv[2], set) : 1;
+        return tin_bench::Parse(argv[3], set) ? Child(argv[2], set) : 1;
     }
-    if (argc == 2 && std::strcmp(argv[1], "--peak") == 0) return PeakTable();
+    if (argc >= 2 && std::strcmp(argv[1], "--compare") == 0)
+        return Compare(argc >= 3 ? std::max(1, std::atoi(argv[2])) : 3);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     CRatioReporter reporter;

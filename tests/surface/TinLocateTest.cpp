@@ -129,6 +129,37 @@ TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
     }
 }
 
+TEST_F(TinLocateTest, OptimizationDepthBoundCountsLevelsAsRecursionWould) {
+    // Two triangles on the long diagonal 0 - 1 of a flat kite: the diagonal is to be flipped.
+    // Entered one level below the bound, the flip is made and both follow-up calls sit on the
+    // bound: each logs, and the depth is back where it was.
+    for (int start : {CTin::OPTIM_LEVEL - 1, CTin::OPTIM_LEVEL}) {
+        ClearLines();
+        CTin tin;
+        tin.AddPoint(0, 0, 0);
+        tin.AddPoint(10, 0, 0);
+        tin.AddPoint(5, 1, 0);
+        tin.AddPoint(5, -1, 0);
+        ASSERT_EQ(tin.AddTri(2, 0, 1), 0);
+        ASSERT_EQ(tin.AddTri(1, 0, 3), 1);
+        tin.UpdateTopology();
+        tin.m_iOptim = start;
+        tin.Optimization(0, 0);
+        EXPECT_EQ(tin.m_iOptim, start);
+        const bool flipped = start < CTin::OPTIM_LEVEL;
+        ASSERT_EQ(Lines().size(), flipped ? 2u : 1u);
+        for (const auto& line : Lines()) EXPECT_EQ(line, "CTin::Optimization m_iOptim >= OPTIM_LEVEL");
+        bool diagonal23 = false;
+        for (int i = 0; i < 2; ++i)
+            for (int k = 0; k < 3; ++k) {
+                const int a = tin.GetTri(i).v[k], b = tin.GetTri(i).v[(k + 1) % 3];
+                diagonal23 = diagonal23 || (a == 2 && b == 3) || (a == 3 && b == 2);
+            }
+        EXPECT_EQ(diagonal23, flipped);
+        CheckMesh(tin, false);
+    }
+}
+
 // The outline of MakeBoundaryFromPts by the library's key sort, as a reference: the points
 // sorted by angle about the middle of their range; of each angle the farthest point, the first
 // in sorted order winning a tie.
