@@ -444,6 +444,9 @@ int CTin::MakeConvexHull() {
             } else {
                 if (c == prevOf(first)) break;  // the last vertex of the outline: pass done
                 c = nextOf(c);
+                // The outline runs in angle order, scattered over memory: fetch ahead (on
+                // the first pass the vertices ahead are still those of the list).
+                Prefetch(m_point.GetData() + m_hull[(c + 16) % h]);
             }
         }
     }
@@ -858,9 +861,17 @@ void CTin::Optimization(int t, int e) {
         if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
             static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
             (void)m_point[-1];  // a vertex out of range: fatal
-        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
-            SwapPair(tri, pt, t, e, n, i))
-            stack.insert(stack.end(), {n, i, depth + 1, t, e, depth + 1});
+        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 && SwapPair(tri, pt, t, e, n, i)) {
+            const std::size_t top = stack.size();
+            stack.resize(top + 6);
+            int* call = &stack[top];
+            call[0] = n;
+            call[1] = i;
+            call[2] = depth + 1;
+            call[3] = t;
+            call[4] = e;
+            call[5] = depth + 1;
+        }
     }
     m_iOptim = base;
 }
