@@ -22,7 +22,9 @@ class KELSCAN_API CTin {
 public:
     KEL_DECLARE_ALLOCATOR
 
-    // One triangle: vertex indices (counter-clockwise), neighbour triangles, flag word.
+    // One triangle: vertex indices (counter-clockwise), neighbour triangles, flag word. Held
+    // 32 bytes apart so that no triangle straddles two cache lines during the triangulation's
+    // scattered reads (the files write the fields one by one).
     struct alignas(32) CTri {
         std::int32_t v[3];
         std::int32_t nb[3];
@@ -102,8 +104,10 @@ public:
     int CheckTurn(int a, int b, int c) const;
     // Where Triangulation starts each walk: on (the default) from a coarse grid of recently
     // found triangles over the points' range, which keeps the walk short whatever the order
-    // of the points; off from the triangle that held the previous point only. Both find the
-    // same triangles, so the mesh is the same; off is kept as the reference for tests.
+    // of the points; off from the triangle that held the previous point only. For points in
+    // general position both find the same triangles, so the mesh is the same; off is kept as
+    // the reference for tests. (A point within m_eps, in FindTri's measure, of the line of an
+    // edge can be placed differently by walks that arrive from different sides.)
     void UseLocateGrid(bool on) { m_locateGrid = on; }
 
     // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.
