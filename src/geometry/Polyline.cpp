@@ -367,5 +367,5 @@ void QuickSortKey(kel_templ::CKelArray<double, double>& keys, kel_templ::CKelArr
     const int n = keys.GetSize();
     index.SetSize(n);
     for (int i = 0; i < n; ++i) index[i] = i;
-    if (n > 1) QuickSortRange(keys.GetData(), index.GetData(), 0, n - 1, order != 0);
+    if (n > 1) QuickSortRange(keys.GetData(), index.GetData(), 0, n - 1, order == 0);
 }

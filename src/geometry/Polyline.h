@@ -104,8 +104,8 @@ private:
 };
 
 // Sorts keys in place and fills index (resized to the key count) with the keys' former
-// positions in sorted order. order == 0 sorts ascending, any other value descending. The sort
-// is a quicksort and does not keep equal keys in their original order (it is deterministic
-// for a given input).
+// positions in sorted order. order != 0 sorts ascending (the surface's outline passes 1),
+// 0 descending. The sort is a quicksort and does not keep equal keys in their original order
+// (it is deterministic for a given input).
 KELSCAN_API void QuickSortKey(kel_templ::CKelArray<double, double>& keys,
                               kel_templ::CKelArray<int, int>& index, int order);

@@ -365,7 +365,7 @@ int CTin::MakeBoundaryFromPts() {
     // for the farthest; then the key sort decides, as it always did.
     if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
         for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-        QuickSortKey(angles, order, 0);
+        QuickSortKey(angles, order, 1);
         KeepFarthest(angles, order, cx, cy);
     }
     return m_hull.GetSize() >= 3 ? 1 : 0;

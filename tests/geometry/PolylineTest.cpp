@@ -244,7 +244,7 @@ TEST(QuickSortKey, SortsKeysAndReportsFormerPositions) {
             seen.insert(index[i]);
             EXPECT_EQ(keys[i], orig[index[i]]);
             if (i > 0) {
-                if (order == 0)
+                if (order != 0)
                     EXPECT_LE(keys[i - 1], keys[i]);
                 else
                     EXPECT_GE(keys[i - 1], keys[i]);

@@ -178,7 +178,7 @@ std::vector<int> ReferenceOutline(const CTin& tin) {
     angles.SetSize(n);
     for (int i = 0; i < n; ++i)
         angles[i] = std::atan2(tin.m_point[i].y - cy, tin.m_point[i].x - cx);
-    QuickSortKey(angles, order, 0);
+    QuickSortKey(angles, order, 1);
     std::vector<int> outline;
     for (int k = 0; k < n;) {
         int best = order[k], j = k;
