@@ -721,7 +721,13 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
                     side = k;
                     return cur;
                 }
-            } else if (cr > m_eps) {
+                // On the line within m_eps but beyond the edge's ends. On the inner side the
+                // edge is passed; on the outer side the walk crosses it. Passing it there too
+                // would call a point inside a sliver triangle (three nearly collinear points of
+                // a scan row) that it lies beyond, and the split would fold the mesh over.
+                if (cr <= 0.0) continue;
+            }
+            if (cr > 0.0) {
                 next = t.nb[Next(k)];
                 if (next < 0) {
                     status = -1;

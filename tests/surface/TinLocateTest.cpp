@@ -6,6 +6,7 @@
 #include <random>
 #include <vector>
 
+#include "../../bench/TinPoints.h"
 #include "TinCheck.h"
 #include "geometry/Polyline.h"
 #include "common/KelTest.h"
@@ -72,6 +73,22 @@ TEST_F(TinLocateTest, GridStartFindsThePlainWalksTriangles) {
         EXPECT_EQ(static_cast<int>(used.size()), static_cast<int>(pts.size())) << order;
     }
     EXPECT_TRUE(Lines().empty());
+}
+
+// Rows of a scan: three consecutive points of a row are nearly collinear, so a new point can
+// lie within the tolerance of a sliver triangle's edge lines while beyond the sliver. Every
+// point must still land in the mesh, unfolded, whichever triangle the walk starts from.
+TEST_F(TinLocateTest, ScanRowsAreTriangulatedWithEveryPoint) {
+    std::vector<CXYZ> pts;
+    tin_bench::MakePoints(tin_bench::PointSet::kScan, 160000,
+                          [&](double x, double y, double z) { pts.emplace_back(x, y, z); });
+    CTin grid, plain;
+    BuildBoth(pts, grid, plain);
+    for (const CTin* tin : {&grid, &plain}) {
+        const std::set<int> used = CheckMesh(*tin, false, true);
+        EXPECT_EQ(used.size(), pts.size());
+    }
+    ExpectSameMesh(grid, plain);
 }
 
 TEST_F(TinLocateTest, CocircularGridAndDuplicatesMatchThePlainWalk) {
