@@ -75,11 +75,16 @@ inline std::size_t DibBytes(LONG width, LONG height, int bitsPerPixel, DWORD pal
     return sizeof(KelDib) + paletteSize * sizeof(RGBQUAD) + row * static_cast<std::size_t>(height);
 }
 
-// A new bitmap with zeroed palette and pixels, or null when the size is out of range or the
-// memory is short. Release it with DeleteObject.
+// Largest bitmap made (bytes, header and palette included): 512 MiB, room for a 24-bit photo
+// of 12000 x 9000 pixels. A run-length BMP of a few bytes may claim 65535 x 65535 pixels; a
+// larger JPEG is decoded at a coarser scale instead (the loaders fall back when this fails).
+constexpr std::size_t kMaxDibBytes = std::size_t(512) << 20;
+
+// A new bitmap with zeroed palette and pixels, or null when the size is out of range (above
+// kMaxDibBytes included) or the memory is short. Release it with DeleteObject.
 inline HBITMAP NewDib(LONG width, LONG height, int bitsPerPixel, DWORD paletteSize) {
     const std::size_t total = DibBytes(width, height, bitsPerPixel, paletteSize);
-    if (total == 0) return nullptr;
+    if (total == 0 || total > kMaxDibBytes) return nullptr;
     void* block = std::calloc(1, total);
     if (block == nullptr) return nullptr;
     KelDib* dib = static_cast<KelDib*>(block);

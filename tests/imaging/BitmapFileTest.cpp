@@ -97,6 +97,15 @@ TEST_F(BitmapFileTest, RunLengthStreamsExpandAsEncoded) {
     // Without the end-of-bitmap mark the data are broken.
     EXPECT_EQ(Load(BmpRaw(5, 2, 4, 2, pal16, {5, 0xAB, 0, 0})), nullptr);
     EXPECT_EQ(Lines(), std::vector<std::string>{"LoadBitmapFromFile run-length data broken"});
+
+    // Two bytes of run-length data may claim 65535 x 65535 pixels (4 GiB): the size is
+    // reported, but no bitmap beyond the 512 MiB limit is made.
+    ClearLines();
+    EXPECT_EQ(Load(BmpRaw(65535, 65535, 8, 1, pal256, {0, 1})), nullptr);
+    EXPECT_EQ(Lines(), std::vector<std::string>{"LoadBitmapFromFile NewDib == NULL"});
+    EXPECT_EQ(GetBitmapFileSizeFromFile(L"\\p.bmp"),
+              kel_bitmap::DibBytes(65535, 65535, 8, 256));
+    EXPECT_GT(kel_bitmap::DibBytes(65535, 65535, 8, 256), kel_bitmap::kMaxDibBytes);
 }
 
 TEST_F(BitmapFileTest, MalformedHeadersFailWithOneLineBeforeAllocating) {
