@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Cli.h"
+#include "geometry/FileName.h"
 #include "geometry/Polyline.h"
 #include "platform/KelString.h"
 #include "platform/Process.h"
@@ -43,10 +44,9 @@ std::wstring Wide(const std::string& path) {
 
 // The file name without its folder and last extension ("data/terrain.csv" -> "terrain").
 std::string Stem(const std::string& path) {
-    const std::size_t slash = path.find_last_of("/\\");
-    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    const std::size_t dot = name.find_last_of('.');
-    return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+    kel_text::CKelString name;
+    EditFileName(Wide(path).c_str(), name);
+    return kel_text::WideToUtf8(name.GetString());
 }
 
 // Breaks a paragraph into lines of at most kWrapColumns characters at blanks.
@@ -337,10 +337,9 @@ std::string BuildSurface(const std::string& pointsPath, const std::string& lines
 }
 
 int UsedVertices(const CTin& tin) {
-    std::vector<char> used(static_cast<std::size_t>(tin.GetPointSize()), 0);
-    for (int i = 0; i < tin.GetTriSize(); ++i)
-        for (int k = 0; k < 3; ++k) used[static_cast<std::size_t>(tin.GetTri(i).v[k])] = 1;
-    return static_cast<int>(std::count(used.begin(), used.end(), 1));
+    int nUsed = 0;
+    NumberTinVertices(tin, nUsed);
+    return nUsed;
 }
 
 std::string Plural(int n, const char* one, const char* many) {

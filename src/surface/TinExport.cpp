@@ -11,17 +11,6 @@
 
 namespace {
 
-// Number of each vertex in the export (1-based, vertex order), 0 for a vertex no triangle uses.
-std::vector<int> NumberUsed(const CTin& tin, int& nUsed) {
-    std::vector<int> number(static_cast<std::size_t>(tin.GetPointSize()), 0);
-    for (int i = 0; i < tin.GetTriSize(); ++i)
-        for (int k = 0; k < 3; ++k) number[static_cast<std::size_t>(tin.GetTri(i).v[k])] = 1;
-    nUsed = 0;
-    for (int& n : number)
-        if (n != 0) n = ++nUsed;
-    return number;
-}
-
 // Appends v with the export's decimals.
 void Num(std::string& s, double v, int places = kTinExportDecimals) {
     char buf[64];
@@ -119,10 +108,20 @@ void MeshLines(const CTin& tin, std::ostream& out, std::string& s, const std::ve
 
 }  // namespace
 
+std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed) {
+    std::vector<int> number(static_cast<std::size_t>(tin.GetPointSize()), 0);
+    for (int i = 0; i < tin.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k) number[static_cast<std::size_t>(tin.GetTri(i).v[k])] = 1;
+    nUsed = 0;
+    for (int& n : number)
+        if (n != 0) n = ++nUsed;
+    return number;
+}
+
 int WriteTinPly(const CTin& tin, std::ostream& out) {
     if (!HasTriangles(tin, L"WriteTinPly tin.GetTriSize() < 1")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberUsed(tin, nUsed);
+    const std::vector<int> number = NumberTinVertices(tin, nUsed);
     std::string s =
         "ply\nformat ascii 1.0\ncomment kelscan surface: x east, y north, z up (m)\n"
         "element vertex " +
@@ -137,7 +136,7 @@ int WriteTinPly(const CTin& tin, std::ostream& out) {
 int WriteTinObj(const CTin& tin, std::ostream& out) {
     if (!HasTriangles(tin, L"WriteTinObj tin.GetTriSize() < 1")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberUsed(tin, nUsed);
+    const std::vector<int> number = NumberTinVertices(tin, nUsed);
     std::string s = "# kelscan surface: x east, y north, z up (m)\n# " + std::to_string(nUsed) +
                     " vertices, " + std::to_string(tin.GetTriSize()) + " triangles\n";
     MeshLines(
@@ -148,7 +147,7 @@ int WriteTinObj(const CTin& tin, std::ostream& out) {
 int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name, const SYSTEMTIME& when) {
     if (!HasTriangles(tin, L"WriteTinLandXml tin.GetTriSize() < 1")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberUsed(tin, nUsed);
+    const std::vector<int> number = NumberTinVertices(tin, nUsed);
     double zMin = 0.0, zMax = 0.0;
     bool first = true;
     ForUsed(tin, number, [&](int, const CXYZ& p) {
@@ -229,7 +228,7 @@ int WriteTinSvg(const CTin& tin, std::ostream& out,
     if (!HasTriangles(tin, L"WriteTinSvg tin.GetTriSize() < 1")) return 0;
     // Extent of the used vertices (the break lines lie inside or on it once forced in).
     int nUsed = 0;
-    const std::vector<int> number = NumberUsed(tin, nUsed);
+    const std::vector<int> number = NumberTinVertices(tin, nUsed);
     double lo[3] = {0, 0, 0}, hi[3] = {0, 0, 0};
     bool first = true;
     ForUsed(tin, number, [&](int, const CXYZ& p) {

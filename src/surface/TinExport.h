@@ -13,6 +13,7 @@
 // Each writer returns 1, or 0 after one trace line when the surface has no triangle or the
 // stream failed. What was written before a stream failure stays in the stream.
 #include <ostream>
+#include <vector>
 
 #include "geometry/KelArray.h"
 #include "geometry/Polyline.h"
@@ -22,6 +23,10 @@
 class CTin;
 
 constexpr int kTinExportDecimals = 6;  // decimals of every exported coordinate (m): 1 µm
+
+// The export number of each vertex (1-based, in vertex order), 0 for a vertex no triangle
+// uses; nUsed receives the count of used vertices.
+KELSCAN_API std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed);
 
 // "ply", "format ascii 1.0", comments, element vertex (double x, y, z), element face (list
 // uchar int vertex_indices), "end_header", then one line per vertex and per face ("3 a b c").
