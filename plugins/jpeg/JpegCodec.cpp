@@ -184,7 +184,7 @@ public:
 
 private:
     void DeleteBitmap() {
-        std::free(m_bitmap);
+        kel_bitmap::FreeDib(m_bitmap);
         m_bitmap = nullptr;
     }
     void Close() {

@@ -5,7 +5,7 @@
 
 BOOL DeleteObject(HBITMAP bitmap) {
     if (bitmap == nullptr) return FALSE;
-    std::free(bitmap);
+    kel_bitmap::FreeDib(bitmap);
     return TRUE;
 }
 

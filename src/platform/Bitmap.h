@@ -1,8 +1,10 @@
 #pragma once
 // The portable device-independent bitmap that stands in for the graphics interface's bitmap and
 // palette objects: a bitmap handle points to a DIB (width, height, bits per pixel, bytes per
-// line, palette, pixels) made in ONE malloc block, so that a run-time loaded codec module can
-// build it with the inline NewDib below and the library releases it with DeleteObject.
+// line, palette, pixels) made in ONE block, so that a run-time loaded codec module can build it
+// with the inline NewDib below and the library releases it with DeleteObject. Small blocks come
+// from the heap, photographs from the page allocator (platform/PageBlock.h); the header records
+// which.
 //
 // Pixels: rows from the TOP row down (as a DIB with negative height), each row padded to a
 // multiple of 4 bytes. 24 bits per pixel are blue, green, red; 32 bits blue, green, red,
@@ -11,6 +13,7 @@
 #include <cstdlib>
 
 #include "platform/Export.h"
+#include "platform/PageBlock.h"
 #include "platform/Types.h"
 
 #if !defined(_WIN32)
@@ -43,6 +46,7 @@ struct KelDib {
     DWORD paletteSize;  // entries in palette
     RGBQUAD* palette;   // null when paletteSize is 0
     BYTE* bits;         // height * bytesPerLine bytes, top row first
+    std::size_t mappedBytes;  // length of the page mapping that holds the block; 0: heap block
 };
 typedef KelDib* HBITMAP;
 
@@ -68,11 +72,17 @@ inline std::size_t RowBytes(LONG width, int bitsPerPixel) {
            4;
 }
 
-// Bytes that a bitmap of this size needs (header, palette and pixels); 0 when out of range.
+// The 40-byte information header of a device-independent bitmap, counted by DibBytes so that
+// the size a photograph needs is the same figure on every platform, whatever the size of the
+// in-memory KelDib header.
+constexpr std::size_t kDibHeaderBytes = 40;
+
+// Bytes that a bitmap of this size needs as a device-independent bitmap (information header,
+// palette and pixels); 0 when out of range. The size queries of the loaders report this.
 inline std::size_t DibBytes(LONG width, LONG height, int bitsPerPixel, DWORD paletteSize) {
     const std::size_t row = RowBytes(width, bitsPerPixel);
     if (row == 0 || height <= 0 || height > kMaxDimension || paletteSize > 256) return 0;
-    return sizeof(KelDib) + paletteSize * sizeof(RGBQUAD) + row * static_cast<std::size_t>(height);
+    return kDibHeaderBytes + paletteSize * sizeof(RGBQUAD) + row * static_cast<std::size_t>(height);
 }
 
 // Largest bitmap made (bytes, header and palette included): 512 MiB, room for a 24-bit photo
@@ -83,11 +93,14 @@ constexpr std::size_t kMaxDibBytes = std::size_t(512) << 20;
 // A new bitmap with zeroed palette and pixels, or null when the size is out of range (above
 // kMaxDibBytes included) or the memory is short. Release it with DeleteObject.
 inline HBITMAP NewDib(LONG width, LONG height, int bitsPerPixel, DWORD paletteSize) {
-    const std::size_t total = DibBytes(width, height, bitsPerPixel, paletteSize);
-    if (total == 0 || total > kMaxDibBytes) return nullptr;
-    void* block = std::calloc(1, total);
+    const std::size_t dibBytes = DibBytes(width, height, bitsPerPixel, paletteSize);
+    if (dibBytes == 0 || dibBytes > kMaxDibBytes) return nullptr;
+    const std::size_t total = dibBytes - kDibHeaderBytes + sizeof(KelDib);
+    std::size_t mapped = 0;
+    void* block = kel_pages::AllocZeroed(total, mapped);
     if (block == nullptr) return nullptr;
     KelDib* dib = static_cast<KelDib*>(block);
+    dib->mappedBytes = mapped;
     BYTE* tail = static_cast<BYTE*>(block) + sizeof(KelDib);
     dib->width = width;
     dib->height = height;
@@ -97,6 +110,11 @@ inline HBITMAP NewDib(LONG width, LONG height, int bitsPerPixel, DWORD paletteSi
     dib->palette = paletteSize > 0 ? reinterpret_cast<RGBQUAD*>(tail) : nullptr;
     dib->bits = tail + paletteSize * sizeof(RGBQUAD);
     return dib;
+}
+
+// Releases a bitmap of NewDib (null is ignored); DeleteObject calls this.
+inline void FreeDib(HBITMAP dib) {
+    if (dib != nullptr) kel_pages::FreePages(dib, dib->mappedBytes);
 }
 
 // Palette index of pixel x of a row of 1, 4 or 8 bits per pixel.

@@ -30,7 +30,7 @@ TEST_F(NoCodecTest, JpegLoadsFailWithDecodeErrorAndSizesAreZero) {
     kel_text::CKelString jpg(L"\\p.jpg"), bmp(L"\\p.bmp");
     EXPECT_EQ(img.GetImgFileSize(jpg), 0u);
     EXPECT_EQ(GetScanningImageFileSize(jpg), 0u);
-    EXPECT_EQ(img.GetImgFileSize(bmp), sizeof(KelDib) + 12u * 3);
+    EXPECT_EQ(img.GetImgFileSize(bmp), 40u + 12u * 3);
     EXPECT_EQ(img.LoadImgFile(L"\\p.bmp", 0), SC_IMG_OK);
 }
 

@@ -7,6 +7,7 @@
 #include "common/KelTest.h"
 #include "geometry/KelArray.h"
 #include "platform/Alloc.h"
+#include "platform/Bitmap.h"
 #include "platform/Bytes.h"
 #include "platform/DynLoad.h"
 #include "platform/File.h"
@@ -368,6 +369,35 @@ TEST(KelArray, OperationsAndFatalOutOfRange) {
     EXPECT_DEATH(a.GetAt(5), "CKelArray::GetAt index 5 out of range");
     EXPECT_DEATH(a[-1], "out of range");
     EXPECT_DEATH(a.RemoveAt(4, 2), "RemoveAt");
+}
+
+// Small bitmaps come from the heap (a leak checker sees them), photographs from huge-page
+// aligned mappings; both are zeroed, writable to the last byte and released by DeleteObject.
+TEST(Bitmap, SmallBlocksFromTheHeapPhotographsFromAlignedPages) {
+    HBITMAP small = kel_bitmap::NewDib(100, 50, 8, 256);
+    ASSERT_NE(small, nullptr);
+    EXPECT_EQ(small->mappedBytes, 0u);
+    EXPECT_EQ(small->bytesPerLine, 100);
+    EXPECT_EQ(small->bits, reinterpret_cast<BYTE*>(small->palette + 256));
+
+    // 4000 x 3000 at 24 bits: 36 000 000 bytes of pixels after the header.
+    HBITMAP photo = kel_bitmap::NewDib(4000, 3000, 24, 0);
+    ASSERT_NE(photo, nullptr);
+    EXPECT_EQ(kel_bitmap::DibBytes(4000, 3000, 24, 0), 40u + 36000000u);
+    EXPECT_EQ(kel_bitmap::DibBytes(100, 50, 8, 256), 40u + 1024u + 5000u);
+#if !defined(_WIN32)
+    EXPECT_EQ(photo->mappedBytes, std::size_t(18) << 21);  // 36 MB rounded up to 2 MiB
+    EXPECT_EQ(reinterpret_cast<std::size_t>(photo) % (std::size_t(2) << 20), 0u);
+#endif
+    EXPECT_EQ(photo->palette, nullptr);
+    std::size_t nonzero = 0;
+    for (std::size_t i = 0; i < 36000000u; i += 997) nonzero += photo->bits[i] != 0;
+    EXPECT_EQ(nonzero, 0u);
+    photo->bits[0] = 1;
+    photo->bits[36000000u - 1] = 2;
+    EXPECT_EQ(DeleteObject(photo), TRUE);
+    EXPECT_EQ(DeleteObject(small), TRUE);
+    EXPECT_EQ(DeleteObject(static_cast<HBITMAP>(nullptr)), FALSE);
 }
 
 TEST(Portability, NoHostHeadersOutsideThePlatformLayer) {
