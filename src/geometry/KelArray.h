@@ -3,6 +3,9 @@
 // the library, MFC CArray-like. Indexed from 0 with a signed 32-bit count. Elements are copied
 // with T's assignment (so a CXYZ copy carries its strings).
 //
+// Storage of 2 MiB and more is mapped from the system in huge-page aligned blocks
+// (platform/PageBlock.h): a surface's million triangles then fault in a few dozen pages.
+//
 // An index out of range (and a negative size) is a deliberate fatal error: one line on stderr,
 // then abort(). Callers check their indexes first. Allocation failure throws std::bad_alloc,
 // which the classes catch where they grow an array.
@@ -10,6 +13,8 @@
 #include <cstdlib>
 #include <utility>
 #include <vector>
+
+#include "platform/PageBlock.h"
 
 namespace kel_templ {
 
@@ -87,7 +92,7 @@ public:
     int Append(const CKelArray& src) {
         const int first = GetSize();
         if (this == &src) {
-            std::vector<T> copy(m_data);
+            Vector copy(m_data);
             m_data.insert(m_data.end(), copy.begin(), copy.end());
         } else {
             m_data.insert(m_data.end(), src.m_data.begin(), src.m_data.end());
@@ -101,7 +106,8 @@ private:
         return static_cast<std::size_t>(i);
     }
 
-    std::vector<T> m_data;
+    using Vector = std::vector<T, kel_pages::Allocator<T>>;
+    Vector m_data;
 };
 
 }  // namespace kel_templ

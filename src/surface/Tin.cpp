@@ -29,7 +29,7 @@ bool SortKeys(double* key, int* index, int n) {
         const double f = (k - lo) * scale;
         return f < static_cast<double>(buckets) ? static_cast<std::size_t>(f) : buckets - 1;
     };
-    std::vector<std::pair<double, int>> sorted;
+    std::vector<std::pair<double, int>, kel_pages::Allocator<std::pair<double, int>>> sorted;
     try {
         sorted.resize(static_cast<std::size_t>(n));
     } catch (const std::bad_alloc&) {
@@ -513,6 +513,7 @@ public:
         int tri;  // start triangle
         int pt;   // the point found in it, -1 for none yet
     };
+    using Cells = std::vector<CEntry, kel_pages::Allocator<CEntry>>;
 
     CLocateGrid(double x0, double y0, double x1, double y1, int tri)
         : m_x0(x0), m_y0(y0), m_w(x1 - x0), m_h(y1 - y0) {
@@ -532,7 +533,7 @@ public:
         while (static_cast<double>(points) > kPointsPerCell * static_cast<double>(m_cell.size()) &&
                m_cell.size() < kMaxCells) {
             const int nx = Count(m_w, 0.5 * m_size), ny = Count(m_h, 0.5 * m_size);
-            std::vector<CEntry> finer(static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny));
+            Cells finer(static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny));
             for (int iy = 0; iy < ny; ++iy)
                 for (int ix = 0; ix < nx; ++ix)
                     finer[static_cast<std::size_t>(iy) * static_cast<std::size_t>(nx) +
@@ -568,7 +569,7 @@ private:
     double m_size;  // side of a cell (m)
     double m_inv;   // its reciprocal
     int m_nx = 1, m_ny = 1;
-    std::vector<CEntry> m_cell;
+    Cells m_cell;
 };
 
 }  // namespace

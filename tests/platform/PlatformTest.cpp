@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -398,6 +399,39 @@ TEST(Bitmap, SmallBlocksFromTheHeapPhotographsFromAlignedPages) {
     EXPECT_EQ(DeleteObject(photo), TRUE);
     EXPECT_EQ(DeleteObject(small), TRUE);
     EXPECT_EQ(DeleteObject(static_cast<HBITMAP>(nullptr)), FALSE);
+}
+
+// Arrays grow from heap blocks into huge-page aligned mappings and back, keeping their
+// elements and their alignment, and a copy is independent of its source.
+TEST(PageBlock, ArraysMoveBetweenHeapAndMappedBlocks) {
+    struct alignas(32) Wide {
+        int v[7];
+    };
+    kel_templ::CKelArray<Wide, Wide&> a;
+    constexpr int kMapped = (2 << 20) / 32;  // elements of the first mapped block
+    for (int i = 0; i < kMapped + 5; ++i) {
+        Wide w{{i, -i, 0, 0, 0, 0, i * 3}};
+        a.Add(w);
+        if (i == kMapped - 2) {
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(a.GetData()) % 32, 0u);
+        }
+    }
+#if !defined(_WIN32)
+    EXPECT_TRUE(kel_pages::IsMapped(sizeof(Wide) * static_cast<std::size_t>(kMapped)));
+    EXPECT_FALSE(kel_pages::IsMapped(sizeof(Wide) * static_cast<std::size_t>(kMapped - 1)));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(a.GetData()) % (2u << 20), 0u);
+#endif
+    kel_templ::CKelArray<Wide, Wide&> b(a);
+    a.SetSize(10);
+    a.FreeExtra();  // back into a heap block
+    ASSERT_EQ(b.GetSize(), kMapped + 5);
+    for (int i = 0; i < b.GetSize(); i += 1001) {
+        EXPECT_EQ(b[i].v[0], i);
+        EXPECT_EQ(b[i].v[6], 3 * i);
+    }
+    EXPECT_EQ(a[9].v[1], -9);
+    EXPECT_EQ(kel_pages::MappedLength(1), std::size_t(2) << 20);
+    EXPECT_EQ(kel_pages::MappedLength(std::size_t(4) << 20), std::size_t(4) << 20);
 }
 
 TEST(Portability, NoHostHeadersOutsideThePlatformLayer) {
