@@ -827,58 +827,104 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
     Optimization(t2, 0);
 }
 
+namespace {
+
+constexpr int kNextOf[3] = {1, 2, 0};
+constexpr int kPrevOf[3] = {2, 0, 1};
+
+// The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
+// compiler selects instead of branching: which slot matches is a coin toss for the predictor.
+inline int SlotOf(const std::int32_t* links, int to) {
+    int k = 3;
+    k = links[2] == to ? 2 : k;
+    k = links[1] == to ? 1 : k;
+    k = links[0] == to ? 0 : k;
+    return k;
+}
+
+}  // namespace
+
 void CTin::Optimization(int t, int e) {
     // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
     // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
     // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would;
-    // m_iOptim holds the depth of the call being worked on.
+    // m_iOptim holds the depth of the call being worked on. The flip is SwapTri's, written out
+    // here on the quadrilateral already loaded.
     (void)m_tri[t];  // the array's fatal index error for a bad argument
+    if (e < 0 || e > 2) (void)m_tri[-1];
     CTri* tri = m_tri.GetData();
     const CXYZ* pt = m_point.GetData();
     const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
     const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
-    std::vector<int>& stack = m_optimStack;
-    const std::size_t bottom = stack.size();
+    std::vector<int>& stack = m_optimStack;  // scratch: entries [0, top) are pending
+    if (stack.size() < 96) stack.resize(96);
+    int* s = stack.data();
+    std::size_t top = 3;
     const int base = m_iOptim;
-    stack.insert(stack.end(), {t, e, base});
-    while (stack.size() > bottom) {
-        const int depth = stack.back();
-        e = stack[stack.size() - 2];
-        t = stack[stack.size() - 3];
-        stack.resize(stack.size() - 3);
+    s[0] = t;
+    s[1] = e;
+    s[2] = base;
+    while (top > 0) {
+        top -= 3;
+        t = s[top];
+        e = s[top + 1];
+        const int depth = s[top + 2];
         m_iOptim = depth;
-        if (m_iOptim >= OPTIM_LEVEL) {
+        if (depth >= OPTIM_LEVEL) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
             continue;
         }
         CTri& tt = tri[t];
-        const int n = tt.nb[Prev(e)];
+        const int pe = kPrevOf[e];
+        const int n = tt.nb[pe];
         if (n < 0) continue;
         if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
         CTri& nn = tri[n];
-        int i = 0;
-        while (i < 3 && nn.nb[i] != t) ++i;
+        const int i = SlotOf(nn.nb, t);
         if (i >= 3) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
             continue;
         }
-        const int a = tt.v[Prev(e)], p = tt.v[e], b = tt.v[Next(e)];
-        const int d = nn.v[Next(i)];
+        const int ni = kNextOf[i];
+        const int a = tt.v[pe], p = tt.v[e], b = tt.v[kNextOf[e]];
+        const int d = nn.v[ni];
         if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
             static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
             (void)m_point[-1];  // a vertex out of range: fatal
-        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 && SwapPair(tri, pt, t, e, n, i)) {
-            const std::size_t top = stack.size();
-            stack.resize(top + 6);
-            int* call = &stack[top];
-            call[0] = n;
-            call[1] = i;
-            call[2] = depth + 1;
-            call[3] = t;
-            call[4] = e;
-            call[5] = depth + 1;
+        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) == 1) continue;
+        if (!FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d])) continue;
+        const int outerA = tt.nb[e];   // across a - p, goes to n
+        const int outerB = nn.nb[ni];  // across b - d, goes to t
+        tt.v[pe] = d;
+        nn.v[i] = p;
+        tt.nb[e] = n;
+        nn.nb[ni] = t;
+        tt.nb[pe] = outerB;
+        nn.nb[i] = outerA;
+        if (outerB >= 0) {
+            if (static_cast<unsigned>(outerB) >= nTri) (void)m_tri[outerB];
+            std::int32_t* links = tri[outerB].nb;
+            const int k = SlotOf(links, n);
+            if (k < 3) links[k] = t;
         }
+        if (outerA >= 0) {
+            if (static_cast<unsigned>(outerA) >= nTri) (void)m_tri[outerA];
+            std::int32_t* links = tri[outerA].nb;
+            const int k = SlotOf(links, t);
+            if (k < 3) links[k] = n;
+        }
+        if (top + 6 > stack.size()) {
+            stack.resize(2 * stack.size());
+            s = stack.data();
+        }
+        s[top] = n;
+        s[top + 1] = i;
+        s[top + 2] = depth + 1;
+        s[top + 3] = t;
+        s[top + 4] = e;
+        s[top + 5] = depth + 1;
+        top += 6;
     }
     m_iOptim = base;
 }
