@@ -691,22 +691,37 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
     // moved to the current triangle after 1, 2, 4, ... steps.
     int mark = start;
     long long sinceMark = 0, span = 1;
+    const CTri* tris = m_tri.GetData();
+    const CXYZ* pts = m_point.GetData();
+    const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
+    const double eps = m_eps;
     for (int steps = 0; steps <= nTri; ++steps) {
-        const CTri& t = m_tri[cur];
-        const CXYZ* v[3] = {&m_point[t.v[0]], &m_point[t.v[1]], &m_point[t.v[2]]};
+        if (cur >= nTri) (void)m_tri[cur];  // a broken link: the array's fatal error
+        const CTri& t = tris[cur];
+        for (int k = 0; k < 3; ++k)
+            if (static_cast<unsigned>(t.v[k]) >= nPt) (void)m_point[t.v[k]];
+        const CXYZ* v[3] = {pts + t.v[0], pts + t.v[1], pts + t.v[2]};
         // A coincident vertex first: the edge measure below grows with the edge's length, so
         // a point within m_eps of a vertex can pass every edge test of a long triangle.
-        for (int k = 0; k < 3; ++k) {
-            if (std::fabs(x - v[k]->x) <= m_eps && std::fabs(y - v[k]->y) <= m_eps) {
-                status = 1;
-                return cur;
-            }
+        const double dx0 = x - v[0]->x, dy0 = y - v[0]->y;
+        const double dx1 = x - v[1]->x, dy1 = y - v[1]->y;
+        const double dx2 = x - v[2]->x, dy2 = y - v[2]->y;
+        if ((std::fabs(dx0) <= eps && std::fabs(dy0) <= eps) ||
+            (std::fabs(dx1) <= eps && std::fabs(dy1) <= eps) ||
+            (std::fabs(dx2) <= eps && std::fabs(dy2) <= eps)) {
+            status = 1;
+            return cur;
         }
+        // All three edge measures at once (they are independent; the tests below read them in
+        // edge order as before).
+        const double crs[3] = {(v[1]->y - v[0]->y) * dx0 - (v[1]->x - v[0]->x) * dy0,
+                               (v[2]->y - v[1]->y) * dx1 - (v[2]->x - v[1]->x) * dy1,
+                               (v[0]->y - v[2]->y) * dx2 - (v[0]->x - v[2]->x) * dy2};
         int next = -2;
         for (int k = 0; k < 3; ++k) {
             const CXYZ& A = *v[k];
             const CXYZ& B = *v[Next(k)];
-            const double cr = CrossOf(A, B, x, y);
+            const double cr = crs[k];
             if (std::fabs(cr) <= m_eps) {
                 if ((std::fabs(x - A.x) <= m_eps && std::fabs(y - A.y) <= m_eps) ||
                     (std::fabs(x - B.x) <= m_eps && std::fabs(y - B.y) <= m_eps)) {
