@@ -107,7 +107,9 @@ public:
     // of the points; off from the triangle that held the previous point only. For points in
     // general position both find the same triangles, so the mesh is the same; off is kept as
     // the reference for tests. (A point within m_eps, in FindTri's measure, of the line of an
-    // edge can be placed differently by walks that arrive from different sides.)
+    // edge can be placed differently by walks that arrive from different sides: on the edge,
+    // it is reported by either of the edge's triangles, and the split makes the same triangles
+    // numbered differently.)
     void UseLocateGrid(bool on) { m_locateGrid = on; }
 
     // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.

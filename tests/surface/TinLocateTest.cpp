@@ -2,6 +2,7 @@
 // implementations: the grid-started walk against the walk from the previous triangle, the
 // start hull against the array-removal passes, AddPoint against the linear first match.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -38,6 +39,18 @@ void ExpectSameMesh(const CTin& a, const CTin& b) {
             ASSERT_EQ(a.GetTri(i).v[k], b.GetTri(i).v[k]) << "triangle " << i;
             ASSERT_EQ(a.GetTri(i).nb[k], b.GetTri(i).nb[k]) << "triangle " << i;
         }
+}
+
+// The triangles as vertex triples, each rotated to start at its lowest vertex, sorted.
+std::vector<std::array<int, 3>> Triangles(const CTin& tin) {
+    std::vector<std::array<int, 3>> t;
+    for (int i = 0; i < tin.GetTriSize(); ++i) {
+        std::array<int, 3> a{tin.GetTri(i).v[0], tin.GetTri(i).v[1], tin.GetTri(i).v[2]};
+        std::rotate(a.begin(), std::min_element(a.begin(), a.end()), a.end());
+        t.push_back(a);
+    }
+    std::sort(t.begin(), t.end());
+    return t;
 }
 
 TEST_F(TinLocateTest, GridStartFindsThePlainWalksTriangles) {
@@ -88,7 +101,11 @@ TEST_F(TinLocateTest, ScanRowsAreTriangulatedWithEveryPoint) {
         const std::set<int> used = CheckMesh(*tin, false, true);
         EXPECT_EQ(used.size(), pts.size());
     }
-    ExpectSameMesh(grid, plain);
+    // Hundreds of these points lie on an edge within the tolerance, and which of the edge's
+    // two triangles reports them depends on the side the walk arrives from. The split makes
+    // the same four triangles either way, numbered differently, so here the meshes agree as
+    // sets of triangles.
+    EXPECT_EQ(Triangles(grid), Triangles(plain));
 }
 
 TEST_F(TinLocateTest, CocircularGridAndDuplicatesMatchThePlainWalk) {
