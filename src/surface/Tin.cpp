@@ -375,6 +375,7 @@ int CTin::KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
                        const kel_templ::CKelArray<int, int>& order, double cx, double cy) {
     const int n = angles.GetSize();
     m_hull.RemoveAll();
+    m_hull.Reserve(n);
     bool tie = false;
     for (int k = 0; k < n;) {
         // Among points at exactly the same angle keep the farthest (the first wins a tie).
@@ -419,7 +420,8 @@ int CTin::MakeConvexHull() {
     // degenerate start triangle); after a removal the previous vertex is tested again. The
     // outline is a linked ring over the list positions, so a removal costs nothing even when
     // almost every point of a large set starts on the outline.
-    std::vector<int> next(static_cast<std::size_t>(h)), prev(static_cast<std::size_t>(h));
+    std::vector<int, kel_pages::Allocator<int>> next(static_cast<std::size_t>(h)),
+        prev(static_cast<std::size_t>(h));
     for (int k = 0; k < h; ++k) {
         next[static_cast<std::size_t>(k)] = k + 1 < h ? k + 1 : 0;
         prev[static_cast<std::size_t>(k)] = k > 0 ? k - 1 : h - 1;
