@@ -102,6 +102,19 @@ double Dist2(const CXYZ& a, const CXYZ& b) {
 }
 int Prev(int i) { return i == 0 ? 2 : i - 1; }
 
+constexpr int kNextOf[3] = {1, 2, 0};
+constexpr int kPrevOf[3] = {2, 0, 1};
+
+// The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
+// compiler selects instead of branching: which slot matches is a coin toss for the predictor.
+inline int SlotOf(const std::int32_t* links, int to) {
+    int k = 3;
+    k = links[2] == to ? 2 : k;
+    k = links[1] == to ? 1 : k;
+    k = links[0] == to ? 0 : k;
+    return k;
+}
+
 // The cell index of AddPoint. Cells are kCellEps tolerances wide; a cell coordinate is clamped
 // so that a huge value over a tiny tolerance still gives a valid one (clamped cells only hold
 // more candidates).
@@ -778,12 +791,29 @@ namespace {
 // Redirects the link of triangle q that named `from` to `to` (q may be -1).
 void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
     if (q < 0) return;
-    CTin::CTri& t = tri[q];
-    for (int k = 0; k < 3; ++k)
-        if (t.nb[k] == from) {
-            t.nb[k] = to;
-            return;
-        }
+    std::int32_t* links = tri[q].nb;
+    const int k = SlotOf(links, from);
+    if (k < 3) links[k] = to;
+}
+
+// SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)
+// (p at slot e1) and t2 (the slot of t1 in t2's links is e2, d opposite) becomes p - d.
+void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1, int t2,
+                  int e2) {
+    CTin::CTri& A = *(tri.GetData() + t1);
+    CTin::CTri& B = *(tri.GetData() + t2);
+    const int ne2 = kNextOf[e2];
+    const int p = A.v[e1], d = B.v[ne2];
+    const int outerA = A.nb[e1];   // across a - p, goes to t2
+    const int outerB = B.nb[ne2];  // across b - d, goes to t1
+    A.v[kPrevOf[e1]] = d;
+    B.v[e2] = p;
+    A.nb[e1] = t2;
+    B.nb[ne2] = t1;
+    A.nb[kPrevOf[e1]] = outerB;
+    B.nb[e2] = outerA;
+    Relink(tri, outerB, t2, t1);
+    Relink(tri, outerA, t1, t2);
 }
 
 void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2) {
@@ -849,32 +879,18 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
     Optimization(t2, 0);
 }
 
-namespace {
-
-constexpr int kNextOf[3] = {1, 2, 0};
-constexpr int kPrevOf[3] = {2, 0, 1};
-
-// The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
-// compiler selects instead of branching: which slot matches is a coin toss for the predictor.
-inline int SlotOf(const std::int32_t* links, int to) {
-    int k = 3;
-    k = links[2] == to ? 2 : k;
-    k = links[1] == to ? 1 : k;
-    k = links[0] == to ? 0 : k;
-    return k;
-}
-
-}  // namespace
-
 void CTin::Optimization(int t, int e) {
     // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
     // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
     // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would;
-    // m_iOptim holds the depth of the call being worked on. The flip is SwapTri's, written out
-    // here on the quadrilateral already loaded.
+    // m_iOptim holds the depth of the call being worked on. The flip is SwapTri's on the
+    // quadrilateral already loaded.
     (void)m_tri[t];  // the array's fatal index error for a bad argument
-    if (e < 0 || e > 2) (void)m_tri[-1];
+    if (e < 0 || e > 2) {
+        KEL_TRACE_ALWAYS(L"CTin::Optimization e < 0 || e > 2");
+        return;
+    }
     CTri* tri = m_tri.GetData();
     const CXYZ* pt = m_point.GetData();
     const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
@@ -908,34 +924,15 @@ void CTin::Optimization(int t, int e) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
             continue;
         }
-        const int ni = kNextOf[i];
         const int a = tt.v[pe], p = tt.v[e], b = tt.v[kNextOf[e]];
-        const int d = nn.v[ni];
+        const int d = nn.v[kNextOf[i]];
         if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
             static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
             (void)m_point[-1];  // a vertex out of range: fatal
-        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) == 1) continue;
-        if (!FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d])) continue;
-        const int outerA = tt.nb[e];   // across a - p, goes to n
-        const int outerB = nn.nb[ni];  // across b - d, goes to t
-        tt.v[pe] = d;
-        nn.v[i] = p;
-        tt.nb[e] = n;
-        nn.nb[ni] = t;
-        tt.nb[pe] = outerB;
-        nn.nb[i] = outerA;
-        if (outerB >= 0) {
-            if (static_cast<unsigned>(outerB) >= nTri) (void)m_tri[outerB];
-            std::int32_t* links = tri[outerB].nb;
-            const int k = SlotOf(links, n);
-            if (k < 3) links[k] = t;
-        }
-        if (outerA >= 0) {
-            if (static_cast<unsigned>(outerA) >= nTri) (void)m_tri[outerA];
-            std::int32_t* links = tri[outerA].nb;
-            const int k = SlotOf(links, t);
-            if (k < 3) links[k] = n;
-        }
+        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) == 1 ||
+            !FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]))
+            continue;
+        FlipDiagonal(m_tri, t, e, n, i);
         if (top + 6 > stack.size()) {
             stack.resize(2 * stack.size());
             s = stack.data();
@@ -962,27 +959,16 @@ int CTin::CheckSwapTri(int a, int b, int c, int d) const {
 int CTin::SwapTri(int t1, int e1, int t2, int e2) {
     (void)m_tri[t1];
     (void)m_tri[t2];
-    for (int v : {m_tri[t1].v[0], m_tri[t1].v[1], m_tri[t1].v[2], m_tri[t2].v[Next(e2)]})
-        (void)m_point[v];
-    return SwapPair(m_tri.GetData(), m_point.GetData(), t1, e1, t2, e2);
-}
-
-int CTin::SwapPair(CTri* tri, const CXYZ* pt, int t1, int e1, int t2, int e2) {
-    CTri& A = tri[t1];
-    CTri& B = tri[t2];
+    if (e1 < 0 || e1 > 2 || e2 < 0 || e2 > 2) {
+        KEL_TRACE_ALWAYS(L"CTin::SwapTri e1 < 0 || e1 > 2 || e2 < 0 || e2 > 2");
+        return 0;
+    }
+    const CTri& A = m_tri[t1];
     const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
-    const int d = B.v[Next(e2)];
-    if (!FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d])) return 0;
-    const int outerA = A.nb[e1];        // across a - p, goes to t2
-    const int outerB = B.nb[Next(e2)];  // across b - d, goes to t1
-    A.v[Prev(e1)] = d;
-    B.v[e2] = p;
-    A.nb[e1] = t2;
-    B.nb[Next(e2)] = t1;
-    A.nb[Prev(e1)] = outerB;
-    B.nb[e2] = outerA;
-    Relink(m_tri, outerB, t2, t1);
-    Relink(m_tri, outerA, t1, t2);
+    const int d = m_tri[t2].v[Next(e2)];
+    for (int v : {a, p, b, d}) (void)m_point[v];
+    if (!FlipKeepsOrientation(m_point[a], m_point[p], m_point[b], m_point[d])) return 0;
+    FlipDiagonal(m_tri, t1, e1, t2, e2);
     return 1;
 }
 

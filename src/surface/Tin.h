@@ -196,8 +196,6 @@ private:
     std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
     void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
-    // SwapTri on the raw arrays, indices already checked.
-    int SwapPair(CTri* tri, const CXYZ* pt, int t1, int e1, int t2, int e2);
     int SegmentIsEdge(int a, int b) const;
 
     kel_text::CKelString m_name;

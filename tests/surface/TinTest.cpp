@@ -1,4 +1,5 @@
 // Triangulation, point insertion, edits and queries of CTin against independent checks.
+#include <array>
 #include <cmath>
 #include <random>
 #include <string>
@@ -195,6 +196,35 @@ TEST_F(TinTest, CheckOptimTiesFlipAndCheckSwapTriRefusesConcave) {
     EXPECT_EQ(tin.CheckSwapTri(0, 1, 2, 7), 0);
     ASSERT_EQ(Lines().size(), 1u);
     EXPECT_EQ(Lines()[0], "CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
+}
+
+TEST_F(TinTest, SwapTriFlipsTheDiagonalAndRelinksTheOuterNeighbour) {
+    CTin tin;
+    for (const auto& q : {std::array<double, 2>{0, 0}, {2, 0}, {2, 2}, {0, 2}, {1, -1}})
+        tin.AddPoint(q[0], q[1], 0.0);
+    ASSERT_EQ(tin.AddTri(0, 1, 2), 0);
+    ASSERT_EQ(tin.AddTri(0, 2, 3), 1);
+    ASSERT_EQ(tin.AddTri(0, 4, 1), 2);  // below the edge 0 - 1
+    tin.UpdateTopology();
+    // Slot 1 of triangle 0 faces the diagonal 0 - 2; triangle 1 links back through slot 1.
+    ASSERT_EQ(tin.GetTri(1).nb[1], 0);
+    EXPECT_EQ(tin.SwapTri(0, 3, 1, 1), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CTin::SwapTri e1 < 0 || e1 > 2 || e2 < 0 || e2 > 2");
+    ASSERT_EQ(tin.SwapTri(0, 1, 1, 1), 1);
+    const CTin::CTri &a = tin.GetTri(0), &b = tin.GetTri(1), &c = tin.GetTri(2);
+    EXPECT_EQ((std::array<int, 3>{a.v[0], a.v[1], a.v[2]}), (std::array<int, 3>{3, 1, 2}));
+    EXPECT_EQ((std::array<int, 3>{b.v[0], b.v[1], b.v[2]}), (std::array<int, 3>{0, 1, 3}));
+    // The edge 0 - 1 moved to triangle 1, and the triangle below now names it.
+    EXPECT_EQ((std::array<int, 3>{b.nb[0], b.nb[1], b.nb[2]}), (std::array<int, 3>{-1, 2, 0}));
+    EXPECT_EQ((std::array<int, 3>{a.nb[0], a.nb[1], a.nb[2]}), (std::array<int, 3>{-1, 1, -1}));
+    EXPECT_EQ((std::array<int, 3>{c.nb[0], c.nb[1], c.nb[2]}), (std::array<int, 3>{1, -1, -1}));
+    // The same links as a fresh topology of the flipped triangles.
+    CTin fresh(tin);
+    fresh.UpdateTopology();
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k) EXPECT_EQ(fresh.GetTri(i).nb[k], tin.GetTri(i).nb[k]);
+    EXPECT_EQ(Lines().size(), 1u);
 }
 
 TEST_F(TinTest, AddTriTopologyAndDelTri) {
