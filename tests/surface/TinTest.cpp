@@ -209,8 +209,10 @@ TEST_F(TinTest, SwapTriFlipsTheDiagonalAndRelinksTheOuterNeighbour) {
     // Slot 1 of triangle 0 faces the diagonal 0 - 2; triangle 1 links back through slot 1.
     ASSERT_EQ(tin.GetTri(1).nb[1], 0);
     EXPECT_EQ(tin.SwapTri(0, 3, 1, 1), 0);
-    ASSERT_EQ(Lines().size(), 1u);
+    tin.Optimization(0, -1);
+    ASSERT_EQ(Lines().size(), 2u);
     EXPECT_EQ(Lines()[0], "CTin::SwapTri e1 < 0 || e1 > 2 || e2 < 0 || e2 > 2");
+    EXPECT_EQ(Lines()[1], "CTin::Optimization e < 0 || e > 2");
     ASSERT_EQ(tin.SwapTri(0, 1, 1, 1), 1);
     const CTin::CTri &a = tin.GetTri(0), &b = tin.GetTri(1), &c = tin.GetTri(2);
     EXPECT_EQ((std::array<int, 3>{a.v[0], a.v[1], a.v[2]}), (std::array<int, 3>{3, 1, 2}));
@@ -224,7 +226,7 @@ TEST_F(TinTest, SwapTriFlipsTheDiagonalAndRelinksTheOuterNeighbour) {
     fresh.UpdateTopology();
     for (int i = 0; i < 3; ++i)
         for (int k = 0; k < 3; ++k) EXPECT_EQ(fresh.GetTri(i).nb[k], tin.GetTri(i).nb[k]);
-    EXPECT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines().size(), 2u);
 }
 
 TEST_F(TinTest, AddTriTopologyAndDelTri) {
