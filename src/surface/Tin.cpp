@@ -789,7 +789,7 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
 
 namespace {
 // Redirects the link of triangle q that named `from` to `to` (q may be -1).
-void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
+inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
     if (q < 0) return;
     std::int32_t* links = tri[q].nb;
     const int k = SlotOf(links, from);
@@ -798,8 +798,8 @@ void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from,
 
 // SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)
 // (p at slot e1) and t2 (the slot of t1 in t2's links is e2, d opposite) becomes p - d.
-void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1, int t2,
-                  int e2) {
+inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1,
+                         int t2, int e2) {
     CTin::CTri& A = *(tri.GetData() + t1);
     CTin::CTri& B = *(tri.GetData() + t2);
     const int ne2 = kNextOf[e2];
