@@ -898,52 +898,56 @@ void CTin::Optimization(int t, int e) {
     std::vector<int>& stack = m_optimStack;  // scratch: entries [0, top) are pending
     if (stack.size() < 96) stack.resize(96);
     int* s = stack.data();
-    std::size_t top = 3;
+    std::size_t top = 0;
     const int base = m_iOptim;
-    s[0] = t;
-    s[1] = e;
-    s[2] = base;
-    while (top > 0) {
+    // (t, e, depth) is the call being worked on. After a flip it is (t, e) again one level
+    // deeper, so that one stays in registers and only (n, i) is pushed.
+    int depth = base;
+    for (;;) {
+        m_iOptim = depth;
+        bool flipped = false;
+        int n = -1, i = 3;
+        if (depth >= OPTIM_LEVEL) {
+            KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
+        } else {
+            CTri& tt = tri[t];
+            const int pe = kPrevOf[e];
+            n = tt.nb[pe];
+            if (n >= 0) {
+                if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
+                CTri& nn = tri[n];
+                i = SlotOf(nn.nb, t);
+                if (i >= 3) {
+                    KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
+                } else {
+                    const int a = tt.v[pe], p = tt.v[e], b = tt.v[kNextOf[e]];
+                    const int d = nn.v[kNextOf[i]];
+                    if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
+                        static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
+                        (void)m_point[-1];  // a vertex out of range: fatal
+                    flipped = OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
+                              FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]);
+                }
+            }
+        }
+        if (flipped) {
+            FlipDiagonal(m_tri, t, e, n, i);
+            if (top + 3 > stack.size()) {
+                stack.resize(2 * stack.size());
+                s = stack.data();
+            }
+            s[top] = n;
+            s[top + 1] = i;
+            s[top + 2] = depth + 1;
+            top += 3;
+            ++depth;
+            continue;
+        }
+        if (top == 0) break;
         top -= 3;
         t = s[top];
         e = s[top + 1];
-        const int depth = s[top + 2];
-        m_iOptim = depth;
-        if (depth >= OPTIM_LEVEL) {
-            KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
-            continue;
-        }
-        CTri& tt = tri[t];
-        const int pe = kPrevOf[e];
-        const int n = tt.nb[pe];
-        if (n < 0) continue;
-        if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
-        CTri& nn = tri[n];
-        const int i = SlotOf(nn.nb, t);
-        if (i >= 3) {
-            KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
-            continue;
-        }
-        const int a = tt.v[pe], p = tt.v[e], b = tt.v[kNextOf[e]];
-        const int d = nn.v[kNextOf[i]];
-        if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
-            static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
-            (void)m_point[-1];  // a vertex out of range: fatal
-        if (OutsideCircle(pt[a], pt[p], pt[b], pt[d]) == 1 ||
-            !FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]))
-            continue;
-        FlipDiagonal(m_tri, t, e, n, i);
-        if (top + 6 > stack.size()) {
-            stack.resize(2 * stack.size());
-            s = stack.data();
-        }
-        s[top] = n;
-        s[top + 1] = i;
-        s[top + 2] = depth + 1;
-        s[top + 3] = t;
-        s[top + 4] = e;
-        s[top + 5] = depth + 1;
-        top += 6;
+        depth = s[top + 2];
     }
     m_iOptim = base;
 }
