@@ -102,9 +102,6 @@ double Dist2(const CXYZ& a, const CXYZ& b) {
 }
 int Prev(int i) { return i == 0 ? 2 : i - 1; }
 
-constexpr int kNextOf[3] = {1, 2, 0};
-constexpr int kPrevOf[3] = {2, 0, 1};
-
 // The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
 // compiler selects instead of branching: which slot matches is a coin toss for the predictor.
 inline int SlotOf(const std::int32_t* links, int to) {
@@ -802,15 +799,15 @@ inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int
                          int t2, int e2) {
     CTin::CTri& A = *(tri.GetData() + t1);
     CTin::CTri& B = *(tri.GetData() + t2);
-    const int ne2 = kNextOf[e2];
+    const int ne2 = Next(e2);
     const int p = A.v[e1], d = B.v[ne2];
     const int outerA = A.nb[e1];   // across a - p, goes to t2
     const int outerB = B.nb[ne2];  // across b - d, goes to t1
-    A.v[kPrevOf[e1]] = d;
+    A.v[Prev(e1)] = d;
     B.v[e2] = p;
     A.nb[e1] = t2;
     B.nb[ne2] = t1;
-    A.nb[kPrevOf[e1]] = outerB;
+    A.nb[Prev(e1)] = outerB;
     B.nb[e2] = outerA;
     Relink(tri, outerB, t2, t1);
     Relink(tri, outerA, t1, t2);
@@ -860,8 +857,7 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
         return;
     }
     const CTri on = m_tri[n];
-    int i = 0;
-    while (i < 3 && on.nb[i] != t) ++i;
+    int i = SlotOf(on.nb, t);
     if (i >= 3) i = 0;  // broken links cannot come from the splits; keep the mesh addressable
     const int d = on.v[Next(i)];
     const int qad = on.nb[Next(i)], qdb = on.nb[Prev(i)];
@@ -911,7 +907,7 @@ void CTin::Optimization(int t, int e) {
             KEL_TRACE_ALWAYS(L"CTin::Optimization m_iOptim >= OPTIM_LEVEL");
         } else {
             CTri& tt = tri[t];
-            const int pe = kPrevOf[e];
+            const int pe = Prev(e);
             n = tt.nb[pe];
             if (n >= 0) {
                 if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
@@ -920,8 +916,8 @@ void CTin::Optimization(int t, int e) {
                 if (i >= 3) {
                     KEL_TRACE_ALWAYS(L"CTin::Optimization i >= 3");
                 } else {
-                    const int a = tt.v[pe], p = tt.v[e], b = tt.v[kNextOf[e]];
-                    const int d = nn.v[kNextOf[i]];
+                    const int a = tt.v[pe], p = tt.v[e], b = tt.v[Next(e)];
+                    const int d = nn.v[Next(i)];
                     if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
                         static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
                         (void)m_point[-1];  // a vertex out of range: fatal
