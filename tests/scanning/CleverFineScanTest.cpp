@@ -326,21 +326,21 @@ TEST_F(FineScanTest, TimeEstimates) {
               -10999);
 }
 
-TEST_F(FineScanTest, CopiesPlanLikeTheOriginal) {
+// A copy (made through the class's own allocator) and an assignment carry the region, the box,
+// the plan and the position in it; a plan that then fails drops the previous one.
+TEST_F(FineScanTest, CopyAndAssignmentCarryThePlanAndItsPosition) {
     CCleverFineScan fs = Planner(80, 30, 100, 60, 0.5, 0.5);
     fs.m_polyline = plan_test::Notched();
     const int n = fs.CalcPtAngle(true);
     double h, v;
     for (int k = 0; k < 7; ++k) fs.NextPt(h, v);
-    CCleverFineScan* copy = new CCleverFineScan(fs);  // the class's own allocator
+    CCleverFineScan* copy = new CCleverFineScan(fs);
     CCleverFineScan assigned;
     assigned = *copy;
     EXPECT_EQ(assigned.GetNextIndex(), 7);
-    EXPECT_EQ(Drain(assigned).size(), Drain(fs).size());
-    EXPECT_EQ(copy->CalcPtAngle(true), n);  // the copy carries the region and the box
+    EXPECT_EQ(Drain(assigned).size(), static_cast<std::size_t>(n - 7));
+    EXPECT_EQ(copy->CalcPtAngle(true), n);
     delete copy;
-    // A plan that fails drops the previous one.
-    fs.CalcPtAngle(true);
     fs.m_endV = fs.m_startV;
     EXPECT_EQ(fs.CalcPtAngle(true), 0);
     EXPECT_EQ(fs.NextPt(h, v), -1);
