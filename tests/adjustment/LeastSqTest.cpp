@@ -137,6 +137,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     CLeastSq ls(2, 2);
     EXPECT_EQ(ls.SetObeq(3, 1.0), 0);
     EXPECT_EQ(ls.SetWeight(1.0), 0);
+    EXPECT_EQ(ls.SetWeight(2, 1.0), 0);
     EXPECT_EQ(ls.GetCurrentObeqNumber(), 0);
     for (int e = 0; e < 3; ++e) {
         ls.SetObeq(0, 1.0);
@@ -152,7 +153,8 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     EXPECT_NEAR(ls.GetBcor(1), 1.0, 1e-12);
     EXPECT_EQ(Lines(), (std::vector<std::string>{
                            "CLeastSq::SetObeq obeqRow >= m_Row || m_Row < 0 || obeqRow < 0",
-                           "CLeastSq::SetWeight obeqColumn < 0"}));
+                           "CLeastSq::SetWeight obeqColumn < 0",
+                           "CLeastSq::SetWeight e < 0 || e >= m_weight.GetSize()"}));
     ClearLines();
 
     // n = 1 with a zero normal element: the back-substitution refuses it.

@@ -223,6 +223,13 @@ TEST_F(OrientationTest, FewPointsAndPlanarControlChooseThePlaneSolution) {
     ASSERT_EQ(so.CalSinOri(), 1);
     EXPECT_NEAR(so.m_pos.y, flat.centre.y, 30e-6);
 
+    // Without a focal length the plane solution cannot be decomposed.
+    CDlt noFocal;
+    ASSERT_EQ(noFocal.Create(po, pp, 0.0), 1);
+    ClearLines();
+    EXPECT_EQ(noFocal.CalDlt2D(), 0);
+    EXPECT_EQ(Lines(), (std::vector<std::string>{"CDlt::CalExtWithDlt2D !( m_focal > 0.0 )"}));
+
     Points three;
     for (int i = 0; i < 3; ++i) three.Add(po[i]);
     CDlt few;
@@ -289,6 +296,27 @@ TEST_F(OrientationTest, ResectionExactNoisyAndTurnedAround) {
     EXPECT_LT(t2.m_rms.Len(), 1e-9);
     EXPECT_STREQ(t2.m_obj[0].m_name, L"G1");
     EXPECT_EQ(t2.m_obj[0].x, obj[0].x);  // the given object points are back
+
+    // Four points, one 25 m above the other three, under a camera looking down: the plane
+    // start (the best-fitting plane is far from the ground) does not converge, the Helmert
+    // start of a vertical camera does; the failed start leaves no trace line.
+    Camera down;
+    down.centre = CXYZ(10.0, 6.0, 45.0);
+    down.ang = CWPK(0.02, -0.03, 0.4);
+    Points tall;
+    const double corners[4][3] = {{0, 0, 0}, {20, 0, 0}, {10, 17, 0}, {10, 6, 25}};
+    for (int i = 0; i < 4; ++i) {
+        CXYZ p(std::to_wstring(i).c_str(), corners[i][0], corners[i][1], corners[i][2]);
+        tall.Add(p);
+    }
+    Points tallPhc = Photo(down, tall, true);
+    CSinOri t4;
+    ASSERT_EQ(t4.Create(tall, tallPhc, down.c), 1);
+    ClearLines();
+    ASSERT_EQ(t4.CalSinOri(), 1);
+    EXPECT_EQ(Lines(), (std::vector<std::string>{"CSinOri::SinIte std <= m_stdLim"}));
+    EXPECT_LT(t4.m_pos.Len(down.centre), 1e-9);
+    EXPECT_LT(AngleGap(t4.m_rot, down.Rot()), 1e-10);
 
     Points three;
     for (int i = 0; i < 3; ++i) three.Add(obj[i]);
