@@ -35,6 +35,7 @@ void CDlt::Init() {
     m_info.Empty();
     m_fixedPp.SetXYZ(0.0, 0.0, 0.0);
     m_origin.SetXYZ(0.0, 0.0, 0.0);
+    m_ite = 0;
 }
 
 void CDlt::InitParam() {
@@ -47,6 +48,7 @@ void CDlt::InitParam() {
     m_res.RemoveAll();
     m_rms.SetXYZ(0.0, 0.0, 0.0);
     m_info.Empty();
+    m_ite = 0;
 }
 
 void CDlt::Copy(const CDlt& src) {
@@ -74,6 +76,7 @@ void CDlt::Copy(const CDlt& src) {
     m_info = src.m_info;
     m_fixedPp = src.m_fixedPp;
     m_origin = src.m_origin;
+    m_ite = src.m_ite;
 }
 
 int CDlt::SetPoints(kel_templ::CKelArray<CXYZ, CXYZ&>& obj,

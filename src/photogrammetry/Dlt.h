@@ -101,6 +101,8 @@ public:
     double m_dStdLim;
     double m_stdLim;
     kel_text::CKelString m_info;
+    // Passes of the last iterative or self-calibrating solution; 0 after a linear one.
+    std::int32_t m_ite;
     // Principal point used by the plane solution (SetPrincipalPoint); kept by InitParam.
     CXYZ m_fixedPp;
 

@@ -65,9 +65,10 @@ int CDlt::Ite3D() {
     const double linearRms = m_rms.Len();
 
     double prevStd = DBL_MAX;
-    int ite = 0;
+    int ite = 0, passes = 0;
     CLeastSq obeq(2 * num, 11);
     for (;;) {
+        m_ite = ++passes;
         obeq.InitObeq();
         obeq.InitNoeq();
         obeq.InitBcor();
@@ -142,9 +143,10 @@ int CDlt::SelfCalib(const wchar_t* name, DIST_MODEL model, int nDist) {
     m_dist.SetDistModel(model);
     for (int k = 0; k < nDist; ++k) m_dist.m_para[k] = 0.0;
     double prevStd = DBL_MAX;
-    int ite = 0;
+    int ite = 0, passes = 0;
     const int nUnknown = 11 + nDist;
     for (;;) {
+        m_ite = ++passes;
         CLeastSq obeq(nUnknown);
         const double* b = m_b.GetData();
         for (int i = 0; i < num; ++i) {

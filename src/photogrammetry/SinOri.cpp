@@ -43,6 +43,7 @@ void CSinOri::InitParam() {
     m_rms.SetXYZ(-1.0, -1.0, 0.0);
     for (double& s : m_sigma) s = 0.0;
     m_lastStep[0] = m_lastStep[1] = 0.0;
+    m_ite = 0;
 }
 
 void CSinOri::Copy(const CSinOri& src) {
@@ -64,6 +65,7 @@ void CSinOri::Copy(const CSinOri& src) {
     for (int k = 0; k < 6; ++k) m_sigma[k] = src.m_sigma[k];
     m_lastStep[0] = src.m_lastStep[0];
     m_lastStep[1] = src.m_lastStep[1];
+    m_ite = src.m_ite;
 }
 
 int CSinOri::Create(kel_templ::CKelArray<CXYZ, CXYZ&>& obj,
@@ -369,6 +371,7 @@ int CSinOri::SinIte() {
             for (int j = 0; j < 7; ++j) obeq.SetObeq(j, rx[j]);
             for (int j = 0; j < 7; ++j) obeq.SetObeq(j, ry[j]);
         }
+        m_ite = ite + 1;
         if (!obeq.Solve()) return 0;
         m_lastStep[0] = std::sqrt(obeq.GetBcor(0) * obeq.GetBcor(0) +
                                   obeq.GetBcor(1) * obeq.GetBcor(1) +

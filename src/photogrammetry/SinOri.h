@@ -91,6 +91,8 @@ public:
     // Standard errors of the last SinIte's unknowns (X0, Y0, Z0, omega, phi, kappa) from the
     // engine's covariance scaled by its variance factor; zeros before a solve.
     double m_sigma[6];
+    // Passes of the last SinIte (for CalSinOri2 the final pass in the given frame); 0 before.
+    std::int32_t m_ite;
 
 private:
     void InitParam();
