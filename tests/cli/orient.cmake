@@ -43,6 +43,9 @@ expect_in("\npairs,5\niterations,0\ncentre," orient --object ${WORK}/flat_obj.cs
     --photo ${WORK}/flat_phc.csv --focal 8.8 --principal -0.5 0.25 --format csv)
 expect_in("\"angles_sigma_rad\": [" orient --object ${WORK}/flat_obj.csv
     --photo ${WORK}/flat_phc.csv --focal 8.8 --principal -0.5 0.25 --method resection --format json)
+file(WRITE ${WORK}/broken.cam "8.8\n3.341\n\n")
+expect_bad_input("${WORK}/broken.cam:3: missing or unreadable camera line" orient
+    --object ${DATA}/control_object.csv --camera ${WORK}/broken.cam --image ${DATA}/control_image.csv)
 file(WRITE ${WORK}/dup.csv "P01,0,0,0\nP02,1,0,0\nP01,0,1,0\n")
 expect_bad_input("${WORK}/dup.csv:3: duplicate point name P01"
     orient --object ${WORK}/dup.csv --photo ${DATA}/control_photo.csv --focal 8.8)
