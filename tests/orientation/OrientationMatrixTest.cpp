@@ -225,11 +225,13 @@ TEST_F(OrientationMatrixTest, EveryMethodOnEveryGeometryIsRightOrSaysNo) {
             if (otherModel) continue;
             EXPECT_LE(posErr, 1e-6 * s.extent) << what;
             EXPECT_LE(RotGap(o.rot, s.rot), 1e-8) << what;
-            if (m == kSelf3 && s.g.lens)
-                for (int k = 0; k < 5; ++k)
+            if (m == kSelf3 && s.g.lens) {
+                for (int k = 0; k < 5; ++k) {
                     EXPECT_NEAR(o.dist.m_para[k], s.dist.m_para[k],
                                 1e-6 * std::fabs(s.dist.m_para[k]))
                         << what << " parameter " << k;
+                }
+            }
         }
     }
 
