@@ -183,6 +183,8 @@ int CDlt::CalOrientation() {
     return CalPrincipalPoint() && CalFocalLength() && CalCameraPosition() && CalCameraAngle();
 }
 
+// Refuses coplanar control (one line): its 11 parameters are then not determined, and an
+// absolute pivot test would let a meaningless camera with an RMS at rounding level through.
 int CDlt::CalDlt3D() {
     BeginLocal();
     return EndLocal(Dlt3D());
@@ -238,6 +240,9 @@ void CDlt::AddPlaneRows(CLeastSq& obeq) const {
     }
 }
 
+// Refuses control that is not coplanar (its camera would be wrong however small the residuals)
+// and planes seen edge-on from above (no map from (X, Y)); takes the principal point from
+// m_fixedPp.
 int CDlt::CalDlt2D() {
     BeginLocal();
     return EndLocal(Dlt2D());

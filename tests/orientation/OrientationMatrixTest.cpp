@@ -245,33 +245,37 @@ TEST_F(OrientationMatrixTest, EveryMethodOnEveryGeometryIsRightOrSaysNo) {
     }
 
     // 0.002 mm of noise on 16 points: the resections' standard errors cover the truth and
-    // the multi-start's equal the single start's (they belong to the reported frame).
+    // the multi-start's equal the single start's (they belong to the reported frame). With
+    // 0.01 mm the residuals stay above the multi-start's early stop, all 40 trials run and a
+    // turned trial may win.
     std::mt19937 rng(5);
-    std::normal_distribution<double> noise(0.0, 0.002);
-    for (const std::size_t gi : {0, 1, 2, 3, 4, 5, 6, 8}) {
-        Scene s(gs[gi], 300 + static_cast<unsigned>(gi));
-        for (int i = 0; i < s.g.n; ++i) {
-            s.ideal[i].x += noise(rng);
-            s.ideal[i].y += noise(rng);
+    for (const double sd : {0.002, 0.01}) {
+        std::normal_distribution<double> noise(0.0, sd);
+        for (const std::size_t gi : {0, 1, 2, 3, 4, 5, 6, 8}) {
+            if (sd > 0.002 && gi != 4) continue;
+            Scene s(gs[gi], 300 + static_cast<unsigned>(gi));
+            for (int i = 0; i < s.g.n; ++i) {
+                s.ideal[i].x += noise(rng);
+                s.ideal[i].y += noise(rng);
+            }
+            const Outcome one = Orient(kSinOri, s), multi = Orient(kSinOri2, s);
+            ASSERT_EQ(one.ok, 1) << s.g.name;
+            ASSERT_EQ(multi.ok, 1) << s.g.name;
+            CWPK truth(0, 0, 0), a1(0, 0, 0);
+            s.rot.CalAngle(ROT_KPW, truth);
+            one.rot.CalAngle(ROT_KPW, a1);
+            const double t[6] = {s.g.centre.x, s.g.centre.y, s.g.centre.z,
+                                 truth.omega, truth.phi, truth.kappa};
+            const double g1[6] = {one.pos.x, one.pos.y, one.pos.z, a1.omega, a1.phi, a1.kappa};
+            for (int k = 0; k < 6; ++k) {
+                const double err =
+                    k < 3 ? g1[k] - t[k] : std::remainder(g1[k] - t[k], 2.0 * kel_math::kPi);
+                EXPECT_LE(std::fabs(err), 3.0 * one.sigma[k]) << s.g.name << " unknown " << k;
+                EXPECT_NEAR(multi.sigma[k], one.sigma[k], 1e-3 * one.sigma[k])
+                    << s.g.name << " " << sd << " unknown " << k;
+            }
+            EXPECT_LT(multi.pos.Len(one.pos), 1e-9 * s.extent) << s.g.name;
         }
-        const Outcome one = Orient(kSinOri, s), multi = Orient(kSinOri2, s);
-        ASSERT_EQ(one.ok, 1) << s.g.name;
-        ASSERT_EQ(multi.ok, 1) << s.g.name;
-        CWPK truth(0, 0, 0), a1(0, 0, 0), a2(0, 0, 0);
-        s.rot.CalAngle(ROT_KPW, truth);
-        one.rot.CalAngle(ROT_KPW, a1);
-        multi.rot.CalAngle(ROT_KPW, a2);
-        const double t[6] = {s.g.centre.x, s.g.centre.y, s.g.centre.z,
-                             truth.omega, truth.phi, truth.kappa};
-        const double g1[6] = {one.pos.x, one.pos.y, one.pos.z, a1.omega, a1.phi, a1.kappa};
-        for (int k = 0; k < 6; ++k) {
-            const double err = k < 3 ? g1[k] - t[k] : std::remainder(g1[k] - t[k], 2.0 * kel_math::kPi);
-            EXPECT_LE(std::fabs(err), 3.0 * one.sigma[k])
-                << s.g.name << " unknown " << k;
-            EXPECT_NEAR(multi.sigma[k], one.sigma[k], 1e-3 * one.sigma[k])
-                << s.g.name << " unknown " << k;
-        }
-        EXPECT_LT(multi.pos.Len(one.pos), 1e-9 * s.extent) << s.g.name;
     }
 }
 
