@@ -1,7 +1,9 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <random>
 #include <vector>
 
@@ -10,6 +12,22 @@
 #include "adjustment/LeastSq.h"
 #include "common/KelTest.h"
 #include "platform/Time.h"
+
+// Allocations larger than this fail, so that a test can make one growth step run out of
+// memory. (GCC takes the replaced operators for its built-in ones and warns that free does
+// not match new.)
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+static std::size_t g_refuseAbove = static_cast<std::size_t>(-1);
+
+void* operator new(std::size_t n) {
+    if (n > g_refuseAbove) throw std::bad_alloc();
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -155,6 +173,15 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
                            "CLeastSq::SetObeq obeqRow >= m_Row || m_Row < 0 || obeqRow < 0",
                            "CLeastSq::SetWeight obeqColumn < 0",
                            "CLeastSq::SetWeight e < 0 || e >= m_weight.GetSize()"}));
+    ClearLines();
+
+    // A new equation whose row cannot be allocated: one line, from the growth step.
+    CLeastSq wide(1, 2000);
+    wide.SetObeq(0, 1.0);
+    g_refuseAbove = 20000;  // the grown coefficient array needs 2 x 2001 doubles
+    EXPECT_EQ(wide.SetObeq(0, 1.0), 0);
+    g_refuseAbove = static_cast<std::size_t>(-1);
+    EXPECT_EQ(Lines(), (std::vector<std::string>{"CLeastSq::IncrementColumn bad_alloc"}));
     ClearLines();
 
     // n = 1 with a zero normal element: the back-substitution refuses it.
