@@ -14,7 +14,7 @@ namespace kel_photo {
 // test gives the same answer in metres, millimetres or surveying coordinates.
 constexpr double kCoplanarLimit = 1e-6;
 
-struct ControlSpread {
+struct KELSCAN_API ControlSpread {
     CXYZ centroid;
     // Unit principal axes (rows, largest spread first) and the mean squared spread along each.
     // axis[2] is the normal of the best-fitting plane; the rows form a right-handed frame.
