@@ -1,6 +1,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <new>
@@ -14,20 +15,22 @@
 #include "platform/Time.h"
 
 // Allocations larger than this fail, so that a test can make one growth step run out of
-// memory. (GCC takes the replaced operators for its built-in ones and warns that free does
+// memory. Where a tool puts its own allocation operators in place (valgrind), the limit has no
+// effect and the test that relies on it says so; the operators are kept out of line so that
+// such a tool replaces both. (GCC takes them for its built-in ones and warns that free does
 // not match new.)
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
 static std::size_t g_refuseAbove = static_cast<std::size_t>(-1);
 
-void* operator new(std::size_t n) {
+__attribute__((noinline)) void* operator new(std::size_t n) {
     if (n > g_refuseAbove) throw std::bad_alloc();
     if (void* p = std::malloc(n ? n : 1)) return p;
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -179,9 +182,19 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     CLeastSq wide(1, 2000);
     wide.SetObeq(0, 1.0);
     g_refuseAbove = 20000;  // the grown coefficient array needs 2 x 2001 doubles
-    EXPECT_EQ(wide.SetObeq(0, 1.0), 0);
+    bool limited = false;
+    try {
+        ::operator delete(::operator new(30000));  // a call, which may not be left out
+    } catch (const std::bad_alloc&) {
+        limited = true;
+    }
+    if (limited) {
+        EXPECT_EQ(wide.SetObeq(0, 1.0), 0);
+        EXPECT_EQ(Lines(), (std::vector<std::string>{"CLeastSq::IncrementColumn bad_alloc"}));
+    } else {
+        std::printf("operator new is not ours here: the out-of-memory step is not checked\n");
+    }
     g_refuseAbove = static_cast<std::size_t>(-1);
-    EXPECT_EQ(Lines(), (std::vector<std::string>{"CLeastSq::IncrementColumn bad_alloc"}));
     ClearLines();
 
     // n = 1 with a zero normal element: the back-substitution refuses it.
