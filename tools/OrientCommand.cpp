@@ -433,7 +433,8 @@ void Setup(CLI::App& app) {
         "orient", "Orient the camera from control points (DLT variants or resection)");
     orient->add_option("--object", oa.object, "Control points CSV: name,X,Y,Z")->required();
     orient->add_option("--photo", oa.photo,
-                       "Photo points CSV: name,x,y in mm. The spatial DLT methods take any "
+                       "Photo points CSV: name,x,y in mm, corrected for distortion (measured "
+                       "for the self-calibrating methods). The spatial DLT methods take any "
                        "photo frame and find the principal point; the plane DLT (dlt2d, and "
                        "dlt on coplanar control) and the resections take the principal point "
                        "from --principal (default the photo origin)");
