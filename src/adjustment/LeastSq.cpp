@@ -97,10 +97,14 @@ int CLeastSq::SetObeq(int col, double v) {
         KEL_TRACE_ALWAYS(L"CLeastSq::SetObeq obeqRow >= m_Row || m_Row < 0 || obeqRow < 0");
         return 0;
     }
-    if (col == 0) IncrementColumn();
+    if (col == 0) {
+        IncrementColumn();
+        // Growing failed for want of memory: IncrementColumn has written the line.
+        if (obeqColumn >= m_equationNum) return 0;
+    }
     if (obeqColumn < 0 || obeqColumn >= m_equationNum) {
-        // Only reachable when a column other than 0 is written before any equation was
-        // started, or when growing failed for want of memory.
+        // Reachable when a column other than 0 is written before any equation was started,
+        // or into an equation whose row could not be allocated.
         KEL_TRACE_ALWAYS(L"CLeastSq::SetObeq obeqColumn < 0 || obeqColumn >= m_equationNum");
         return 0;
     }
@@ -132,7 +136,7 @@ int CLeastSq::SetWeight(double w) {
 
 int CLeastSq::SetWeight(int e, double w) {
     if (e < 0 || e >= m_weight.GetSize()) {
-        KEL_TRACE_ALWAYS(L"CLeastSq::SetWeight e < 0 || e >= m_equationNum");
+        KEL_TRACE_ALWAYS(L"CLeastSq::SetWeight e < 0 || e >= m_weight.GetSize()");
         return 0;
     }
     m_weight[e] = w;

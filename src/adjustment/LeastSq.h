@@ -103,9 +103,9 @@ public:
     int CalLInverse();
     int CalNoeqInverse();
 
-    // Milliseconds of the day from the UTC clock with a fixed +9 hour offset and no wrap at
-    // 24 h, as the instrument's firmware reads it; solve times are differences of two such
-    // readings (negative across the offset day boundary). Returns 1.
+    // Milliseconds of the day from the UTC clock with a fixed +9 hour offset (the controller's
+    // time zone) and no wrap at 24 h; solve times are differences of two such readings
+    // (negative across the offset day boundary). Returns 1.
     static int time(__int64* t);
 
 protected:

@@ -170,16 +170,20 @@ int CPolyline::GetRange(double& xmin, double& xmax, double& ymin, double& ymax, 
 }
 
 double CPolyline::GetDistance(int i, int j) const {
+    // One line for a bad pair: the second index is not looked at when the first is bad.
     const CVertex* a = GetVertex(static_cast<unsigned int>(i));
+    if (a == nullptr) return 0.0;
     const CVertex* b = GetVertex(static_cast<unsigned int>(j));
-    if (a == nullptr || b == nullptr) return 0.0;
+    if (b == nullptr) return 0.0;
     return a->Len(*b);
 }
 
 double CPolyline::GetDistanceXY(int i, int j) const {
+    // One line for a bad pair: the second index is not looked at when the first is bad.
     const CVertex* a = GetVertex(static_cast<unsigned int>(i));
+    if (a == nullptr) return 0.0;
     const CVertex* b = GetVertex(static_cast<unsigned int>(j));
-    if (a == nullptr || b == nullptr) return 0.0;
+    if (b == nullptr) return 0.0;
     return std::hypot(b->x - a->x, b->y - a->y);
 }
 
@@ -277,7 +281,6 @@ int CPolyline::SampleCurve(int k, CurveEval open, CurveEval closed) {
         ctrl.RemoveAt(last);
     const int n = ctrl.GetSize();
     if (k < 1) k = 1;
-    const double h = 1.0 / k;
 
     VertexArray out;
     out.Reserve((n + 1) * k);
@@ -285,18 +288,13 @@ int CPolyline::SampleCurve(int k, CurveEval open, CurveEval closed) {
         CVertex v(p.x, p.y, p.z, CVertex::kCreated | CVertex::kSplineVertex);
         out.Add(v);
     };
+    // Samples are counted with an integer, t = i / k: adding h up repeatedly drifts, and an
+    // open curve then got a near-duplicate sample just before its end.
     if (IsClose()) {
-        for (double t = 0.0; t <= n; t += h) emit(closed(ctrl, t));
+        for (int i = 0; i <= n * k; ++i) emit(closed(ctrl, static_cast<double>(i) / k));
     } else {
-        const double end = n - 1;
         emit(open(ctrl, -1.0));
-        double t = 0.0;
-        for (;;) {
-            emit(open(ctrl, t));
-            if (t == end) break;
-            t += h;
-            if (t > end) t = end;
-        }
+        for (int i = 0; i <= (n - 1) * k; ++i) emit(open(ctrl, static_cast<double>(i) / k));
         emit(open(ctrl, n));
     }
     m_vertex = out;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "adjustment/LeastSq.h"
+#include "photogrammetry/ControlSpread.h"
 #include "photogrammetry/Dlt.h"
 #include "platform/Trace.h"
 
@@ -28,11 +29,20 @@ int StopRule(const wchar_t* name, double std, double& prevStd, int& ite, int ite
 
 }  // namespace
 
-// Gauss-Newton on b1..b11. The rows are the NEGATED Jacobian of the spatial DLT at the current
-// values, with the misclosure measured minus computed as observation; so the solution is minus
-// the Gauss-Newton step and b := b - correction moves towards the solution. (Rows equal to the
-// Jacobian with b - correction would walk away from it.)
+// Gauss-Newton on b1..b11, started from the linear spatial solution (CalDlt3D): a start from
+// the plane solution, with the Z terms at 0, is far off for any camera that does not look
+// roughly along the vertical and may run into a false minimum. The rows are the NEGATED
+// Jacobian of the spatial DLT at the current values, with the misclosure measured minus
+// computed as observation; so the solution is minus the Gauss-Newton step and
+// b := b - correction moves towards the solution. (Rows equal to the Jacobian with
+// b - correction would walk away from it.) When the iteration ends with a larger RMS residual
+// than the linear solution had, the linear solution is returned.
 int CDlt::CalDltIte3D() {
+    BeginLocal();
+    return EndLocal(Ite3D());
+}
+
+int CDlt::Ite3D() {
     static const wchar_t kName[] = L"CDlt::CalDltIte3D";
     const int num = m_obj.GetSize();
     if (num != m_phc.GetSize()) {
@@ -45,23 +55,26 @@ int CDlt::CalDltIte3D() {
         m_b.RemoveAll();
         return 0;
     }
-    if (!CalDlt2D()) return 0;
-    // Plane parameters into the X and Y terms; the Z terms start at 0.
-    const double a[8] = {m_b[0], m_b[1], m_b[2], m_b[3], m_b[4], m_b[5], m_b[6], m_b[7]};
-    const double start[11] = {a[0], a[1], 0.0, a[2], a[3], a[4], 0.0, a[5], a[6], a[7], 0.0};
-    m_b.SetSize(11, 0.0);
-    for (int k = 0; k < 11; ++k) m_b[k] = start[k];
+    if (kel_photo::CalControlSpread(m_obj).IsCoplanar()) {
+        KEL_TRACE_ALWAYS(L"CDlt::CalDltIte3D IsCoplanar()");
+        m_b.RemoveAll();
+        return 0;
+    }
+    if (!Dlt3D()) return 0;
+    const kel_templ::CKelArray<double, double> linear(m_b);
+    const double linearRms = m_rms.Len();
 
     double prevStd = DBL_MAX;
-    int ite = 0;
+    int ite = 0, passes = 0;
     CLeastSq obeq(2 * num, 11);
     for (;;) {
+        m_ite = ++passes;
         obeq.InitObeq();
         obeq.InitNoeq();
         obeq.InitBcor();
         const double* b = m_b.GetData();
         for (int i = 0; i < num; ++i) {
-            const CXYZ& P = m_obj[i];
+            const CXYZ P = Local(i);
             const double D = b[8] * P.x + b[9] * P.y + b[10] * P.z + 1.0;
             const double x = (b[0] * P.x + b[1] * P.y + b[2] * P.z + b[3]) / D;
             const double y = (b[4] * P.x + b[5] * P.y + b[6] * P.z + b[7]) / D;
@@ -91,39 +104,53 @@ int CDlt::CalDltIte3D() {
             return 0;
         }
     }
-    CalResiduals();
+    if (!CalResiduals() || !(m_rms.Len() <= linearRms)) {
+        m_b = linear;
+        if (!CalOrientation()) {
+            m_b.RemoveAll();
+            return 0;
+        }
+        CalResiduals();
+    }
     return 1;
 }
 
 int CDlt::SelfCalib(const wchar_t* name, DIST_MODEL model, int nDist) {
+    BeginLocal();
     const int num = m_obj.GetSize();
     if (num != m_phc.GetSize()) {
         KEL_TRACE_ALWAYS(L"%s num != m_phc.GetSize()", name);
         m_b.RemoveAll();
-        return 0;
+        return EndLocal(0);
     }
     if (num < 8) {
         KEL_TRACE_ALWAYS(L"%s num < 8", name);
         m_b.RemoveAll();
-        return 0;
+        return EndLocal(0);
     }
-    if (!CalDlt()) return 0;
+    if (kel_photo::CalControlSpread(m_obj).IsCoplanar()) {
+        KEL_TRACE_ALWAYS(L"%s IsCoplanar()", name);
+        m_b.RemoveAll();
+        return EndLocal(0);
+    }
+    if (!ChooseDlt()) return EndLocal(0);
     if (m_b.GetSize() != 11) {
         // The plane solution won: there is no spatial start to calibrate from.
         KEL_TRACE_ALWAYS(L"%s m_b.GetSize() != 11", name);
         m_b.RemoveAll();
-        return 0;
+        return EndLocal(0);
     }
     m_dist.SetDistModel(model);
     for (int k = 0; k < nDist; ++k) m_dist.m_para[k] = 0.0;
     double prevStd = DBL_MAX;
-    int ite = 0;
+    int ite = 0, passes = 0;
     const int nUnknown = 11 + nDist;
     for (;;) {
+        m_ite = ++passes;
         CLeastSq obeq(nUnknown);
         const double* b = m_b.GetData();
         for (int i = 0; i < num; ++i) {
-            const CXYZ& P = m_obj[i];
+            const CXYZ P = Local(i);
             const double x = m_phc[i].x, y = m_phc[i].y;
             const double xb = x - m_pp.x, yb = y - m_pp.y;
             const double r2 = xb * xb + yb * yb, r4 = r2 * r2, r6 = r4 * r2, r8 = r6 * r2;
@@ -161,7 +188,7 @@ int CDlt::SelfCalib(const wchar_t* name, DIST_MODEL model, int nDist) {
         if (!obeq.Solve()) {
             KEL_TRACE_ALWAYS(L"%s obeq.Solve() == FALSE", name);
             m_b.RemoveAll();
-            return 0;
+            return EndLocal(0);
         }
         for (int k = 0; k < 11; ++k) m_b[k] = obeq.GetBcor(k);
         for (int k = 0; k < nDist; ++k) m_dist.m_para[k] = obeq.GetBcor(11 + k);
@@ -172,15 +199,15 @@ int CDlt::SelfCalib(const wchar_t* name, DIST_MODEL model, int nDist) {
         if (stop == -1) {
             m_b.RemoveAll();
             m_dist.Init();
-            return 0;
+            return EndLocal(0);
         }
     }
     if (!CalOrientation()) {
         m_b.RemoveAll();
-        return 0;
+        return EndLocal(0);
     }
     CalResiduals();
-    return 1;
+    return EndLocal(1);
 }
 
 int CDlt::CalDltSelfCalib_k1k2k3k4() {

@@ -2,9 +2,13 @@
 
 #include <cfloat>
 #include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "adjustment/LeastSq.h"
 #include "geometry/NamePairing.h"
+#include "photogrammetry/ControlSpread.h"
 #include "photogrammetry/Dlt.h"
 #include "photogrammetry/Helmert.h"
 #include "platform/KelMath.h"
@@ -39,6 +43,8 @@ void CSinOri::InitParam() {
     m_res.RemoveAll();
     m_rms.SetXYZ(-1.0, -1.0, 0.0);
     for (double& s : m_sigma) s = 0.0;
+    m_lastStep[0] = m_lastStep[1] = 0.0;
+    m_ite = 0;
 }
 
 void CSinOri::Copy(const CSinOri& src) {
@@ -58,6 +64,9 @@ void CSinOri::Copy(const CSinOri& src) {
     m_stdLim = src.m_stdLim;
     m_rotSys = src.m_rotSys;
     for (int k = 0; k < 6; ++k) m_sigma[k] = src.m_sigma[k];
+    m_lastStep[0] = src.m_lastStep[0];
+    m_lastStep[1] = src.m_lastStep[1];
+    m_ite = src.m_ite;
 }
 
 int CSinOri::Create(kel_templ::CKelArray<CXYZ, CXYZ&>& obj,
@@ -68,6 +77,51 @@ int CSinOri::Create(kel_templ::CKelArray<CXYZ, CXYZ&>& obj,
     return 1;
 }
 
+namespace {
+
+typedef kel_templ::CKelArray<CXYZ, CXYZ&> Points;
+
+// Holds the trace lines written while it lives; Release hands them on to the sink that was
+// installed before, the destructor drops what was not released. Used for attempts that are
+// followed by another attempt when they fail (the library runs on one thread).
+class TraceHold {
+public:
+    TraceHold() {
+        kel_trace::GetTraceSink(&m_sink, &m_context);
+        kel_trace::SetTraceSink(&Keep, this);
+    }
+    ~TraceHold() { kel_trace::SetTraceSink(m_sink, m_context); }
+    void Release() {
+        kel_trace::SetTraceSink(m_sink, m_context);
+        for (const auto& line : m_lines) kel_trace::TraceLine(line.first, L"%s", line.second.c_str());
+        m_lines.clear();
+    }
+
+private:
+    static void Keep(void* context, int level, const wchar_t* line) {
+        static_cast<TraceHold*>(context)->m_lines.emplace_back(level, line);
+    }
+    kel_trace::TraceSink m_sink = nullptr;
+    void* m_context = nullptr;
+    std::vector<std::pair<int, std::wstring>> m_lines;
+};
+
+void Shift(Points& pts, const CXYZ& by) {
+    for (int i = 0; i < pts.GetSize(); ++i) {
+        pts[i].x -= by.x;
+        pts[i].y -= by.y;
+        pts[i].z -= by.z;
+    }
+}
+
+double PhotoExtent(const Points& phc) {
+    double e = 0.0;
+    for (int i = 0; i < phc.GetSize(); ++i) e = std::fmax(e, std::hypot(phc[i].x, phc[i].y));
+    return e;
+}
+
+}  // namespace
+
 int CSinOri::CalSinOri() {
     InitParam();
     const int n0 = m_obj.GetSize(), n1 = m_phc.GetSize();
@@ -75,18 +129,94 @@ int CSinOri::CalSinOri() {
         KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri n0 < 4 || n0 != n1");
         return 0;
     }
-    if (!CalInitExt() || !SinIte()) return 0;
+    const Points kept(m_obj);
+    const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
+    Shift(m_obj, origin);
+    const int ok = SolveAnyStart();
+    m_obj = kept;
+    m_pos += origin;
+    if (!ok) return 0;
     CalResiduals();
     return 1;
 }
 
-int CSinOri::CalInitExt() {
+int CSinOri::SolveFrom(int start) {
+    InitParam();
+    const int started = start == 2 ? CalInitExt2() : CalInitExt(start == 0 ? 1 : 0);
+    return started && SinIte() && CheckSolution();
+}
+
+int CSinOri::SolveAnyStart() {
+    const kel_photo::ControlSpread spread = kel_photo::CalControlSpread(m_obj);
+    const int first = m_obj.GetSize() >= 6 && !spread.IsCoplanar() ? 0 : 1;
+    for (int start = first; start < 2; ++start) {
+        TraceHold hold;
+        if (SolveFrom(start)) {
+            hold.Release();
+            return 1;
+        }
+    }
+    return SolveFrom(2);
+}
+
+int CSinOri::CheckSolution() {
+    const int num = m_obj.GetSize();
+    const double v[6] = {m_pos.x, m_pos.y, m_pos.z, m_ang.omega, m_ang.phi, m_ang.kappa};
+    for (const double x : v) {
+        if (!std::isfinite(x)) {
+            KEL_TRACE_ALWAYS(L"CSinOri::CheckSolution !std::isfinite( m_pos, m_ang )");
+            return 0;
+        }
+    }
+    CXYZ centroid(0.0, 0.0, 0.0);
+    for (int i = 0; i < num; ++i) {
+        centroid += m_obj[i];
+        double X = 0, Y = 0, Z = 0;
+        m_rot.Rotate(m_obj[i].x - m_pos.x, m_obj[i].y - m_pos.y, m_obj[i].z - m_pos.z, X, Y, Z);
+        if (!(Z < 0.0)) {
+            KEL_TRACE_ALWAYS(L"CSinOri::CheckSolution Z >= 0.0");
+            return 0;
+        }
+    }
+    if (num > 0) centroid /= static_cast<double>(num);
+    const double size = m_pos.Len(centroid);
+    if (!(m_lastStep[0] <= kMaxLastStep * size) || !(m_lastStep[1] <= kMaxLastStep)) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CheckSolution step > kMaxLastStep");
+        return 0;
+    }
+    if (!CalResiduals()) return 0;
+    if (!(m_rms.Len() <= kMaxRmsRatio * PhotoExtent(m_phc))) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CheckSolution rms > kMaxRmsRatio * extent");
+        return 0;
+    }
+    return 1;
+}
+
+int CSinOri::CalInitExt(int spatial) {
     CDlt dlt;
-    if (!dlt.Create(m_obj, m_phc, m_focal) || !dlt.CalDlt2D()) return 0;
-    m_pos = dlt.m_pos;
-    m_rot = dlt.m_rot;
+    if (spatial) {
+        if (!dlt.Create(m_obj, m_phc, m_focal) || !dlt.CalDlt3D()) return 0;
+        m_pos = dlt.m_pos;
+        m_rot = dlt.m_rot;
+    } else {
+        // The plane DLT in the plane's own frame (u, v in the plane, w dropped), so that a wall
+        // in front of a horizontal camera starts as well as the ground below a vertical one.
+        const kel_photo::ControlSpread spread = kel_photo::CalControlSpread(m_obj);
+        Points plane(m_obj);
+        for (int i = 0; i < plane.GetSize(); ++i) {
+            const CXYZ q = spread.ToPlane(m_obj[i]);
+            plane[i].SetXYZ(q.x, q.y, 0.0);
+        }
+        if (!dlt.Create(plane, m_phc, m_focal) || !dlt.CalDlt2D()) return 0;
+        m_pos = spread.centroid + spread.FromPlane(dlt.m_pos.x, dlt.m_pos.y, dlt.m_pos.z);
+        CRot q;
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) q.m[r * 3 + c] = spread.axis[r][c];
+        m_rot = dlt.m_rot * q;
+    }
     m_ang = CWPK(0.0, 0.0, 0.0);
     m_rot.CalAngle(m_rotSys, m_ang);
+    m_rot.SetMatrix(m_rotSys, m_ang);
     return 1;
 }
 
@@ -242,7 +372,13 @@ int CSinOri::SinIte() {
             for (int j = 0; j < 7; ++j) obeq.SetObeq(j, rx[j]);
             for (int j = 0; j < 7; ++j) obeq.SetObeq(j, ry[j]);
         }
+        m_ite = ite + 1;
         if (!obeq.Solve()) return 0;
+        m_lastStep[0] = std::sqrt(obeq.GetBcor(0) * obeq.GetBcor(0) +
+                                  obeq.GetBcor(1) * obeq.GetBcor(1) +
+                                  obeq.GetBcor(2) * obeq.GetBcor(2));
+        m_lastStep[1] = std::fmax(std::fabs(obeq.GetBcor(3)),
+                                  std::fmax(std::fabs(obeq.GetBcor(4)), std::fabs(obeq.GetBcor(5))));
         m_pos.x += obeq.GetBcor(0);
         m_pos.y += obeq.GetBcor(1);
         m_pos.z += obeq.GetBcor(2);
@@ -271,46 +407,53 @@ int CSinOri::SinIte() {
 int CSinOri::CalSinOri2() {
     const int n = m_obj.GetSize();
     if (n < 4 || n != m_phc.GetSize()) return 0;
-    const kel_templ::CKelArray<CXYZ, CXYZ&> kept(m_obj);
+    const Points kept(m_obj);
+    const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
+    Points local(m_obj);
+    Shift(local, origin);
+    const double stopRms = kStopRmsRatio * PhotoExtent(m_phc);
     static const double first[] = {0, 45, -45, 90, -90};
     static const double second[] = {0, 45, -45, 90, -90, 135, -135, 180};
     const double toRad = kel_math::kPi * (1.0 / 180.0);
-    auto trial = [&](double outer, double inner, CRot& R) {
-        R.SetMatrix(m_rotSys, CWPK(outer * toRad, inner * toRad, 0.0));
-        for (int i = 0; i < n; ++i) R.Rotate(kept[i], m_obj[i]);
-        InitParam();
-        return CalInitExt() && SinIte();
-    };
     double best = DBL_MAX;
-    int bestOuter = -1, bestInner = -1;
-    for (int o = 0; o < 5; ++o) {
-        for (int k = 0; k < 8; ++k) {
-            CRot R;
-            if (!trial(first[o], second[k], R)) continue;
-            CalResiduals();
-            if (m_rms.Len() < best) {
+    CRot bestR, bestRot;
+    CXYZ bestPos;
+    {
+        TraceHold quiet;
+        for (int o = 0; o < 5 && best > stopRms; ++o) {
+            for (int k = 0; k < 8 && best > stopRms; ++k) {
+                CRot R;
+                R.SetMatrix(m_rotSys, CWPK(first[o] * toRad, second[k] * toRad, 0.0));
+                for (int i = 0; i < n; ++i) R.Rotate(local[i], m_obj[i]);
+                if (!SolveAnyStart() || !(m_rms.Len() < best)) continue;
                 best = m_rms.Len();
-                bestOuter = o;
-                bestInner = k;
+                bestR = R;
+                bestRot = m_rot;
+                bestPos = m_pos;
             }
         }
     }
-    if (bestOuter < 0) {
+    m_obj = local;
+    InitParam();
+    if (best == DBL_MAX) {
         m_obj = kept;
-        InitParam();
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri2 best == DBL_MAX");
         return 0;
     }
-    CRot R;
-    trial(first[bestOuter], second[bestInner], R);
     // Camera frame = S (R P - C') = (S R) (P - R^T C'): the centre turns back with R^T and the
-    // rotation becomes S R.
-    CRot Rt = R;
+    // rotation becomes S R. One more iteration in the given frame gives the standard errors of
+    // these unknowns (the trial's belong to the turned frame).
+    CRot Rt = bestR;
     Rt.T();
-    m_pos = Rt * m_pos;
-    m_rot = m_rot * R;
+    m_pos = Rt * bestPos;
+    const CRot rot = bestRot * bestR;
     m_ang = CWPK(0.0, 0.0, 0.0);
-    m_rot.CalAngle(m_rotSys, m_ang);
+    rot.CalAngle(m_rotSys, m_ang);
+    m_rot.SetMatrix(m_rotSys, m_ang);
+    const int ok = SinIte() && CheckSolution();
     m_obj = kept;
+    m_pos += origin;
+    if (!ok) return 0;
     CalResiduals();
     return 1;
 }

@@ -127,11 +127,13 @@ TEST_F(PolylineTest, IndexErrorsLogOneLineEach) {
     EXPECT_EQ(pl.DelVertex(6), 0);
     EXPECT_EQ(pl.GetVertex(0xFFFFFFFFu), nullptr);  // -1 as an int
     EXPECT_EQ(pl.GetDistance(0, 9), 0.0);
+    EXPECT_EQ(pl.GetDistanceXY(8, 9), 0.0);  // both bad: still one line
     const std::vector<std::string> want = {
         "CPolyline::InsertVertex vertex.GetUpperBound()<(int)index",
         "CPolyline::GetVertex vertex.GetUpperBound()<(int)index",
         "CPolyline::SetVertex vertex.GetUpperBound()<(int)index",
         "CPolyline::DelVertex vertex.GetUpperBound()<(int)index",
+        "CPolyline::GetVertex vertex.GetUpperBound()<(int)index",
         "CPolyline::GetVertex vertex.GetUpperBound()<(int)index",
         "CPolyline::GetVertex vertex.GetUpperBound()<(int)index"};
     EXPECT_EQ(Lines(), want);
@@ -202,6 +204,16 @@ TEST(Polyline, SplinesSampleCountsInterpolationAndFlatness) {
         EXPECT_NEAR(s->y, 2 * s->x, 1e-12);
         EXPECT_NEAR(s->z, s->x, 1e-12);
         EXPECT_NEAR(s->x, (i - 1) / 3.0, 1e-12);
+    }
+    // The count does not depend on rounding: 5 open vertices give (5 - 1) k + 3 samples, the
+    // last one at the clamped end.
+    for (const int k : {7, 100}) {
+        CPolyline open = MakePolyline({{0, 0, 0}, {1, 2, 1}, {3, 1, 0}, {4, 5, 2}, {6, 0, 1}}, false);
+        CPolyline cr = open;
+        open.Spline(k);
+        cr.CtmlRomSpline(k);
+        EXPECT_EQ(open.GetVertexSize(), 4 * k + 3) << k;
+        EXPECT_EQ(cr.GetVertexSize(), 4 * k + 3) << k;
     }
     // A repeated last vertex is dropped before sampling; fewer than 3 vertices: untouched.
     CPolyline rep = MakePolyline({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 0, 0}}, true);
