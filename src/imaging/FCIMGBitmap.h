@@ -9,8 +9,8 @@
 #include "platform/Export.h"
 #include "platform/KelString.h"
 
-// SC_IMG_EXT_PNG is this library's addition: PNG files load as BMP files do (at full
-// resolution, rate 1), and an unreadable one gives SC_IMG_ERR_GDI too.
+// PNG files load as BMP files do (at full resolution, rate 1), and an unreadable one gives
+// SC_IMG_ERR_GDI too.
 enum SC_IMG_EXT_TYPE {
     SC_IMG_EXT_UNKNOWN = 0,
     SC_IMG_EXT_BMP = 1,
