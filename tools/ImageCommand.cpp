@@ -1,7 +1,6 @@
-// kelscan image info | convert: the photograph as the library loads it (BMP/DIB, or JPEG
+// kelscan image info | convert: the photograph as the library loads it (BMP/DIB, PNG, or JPEG
 // through the codec module), its rate of resolution and the bytes it needs, written out as an
-// uncompressed BMP or a PNG (stored deflate blocks, no compression library needed).
-#include <algorithm>
+// uncompressed BMP or a compressed PNG.
 #include <cstdint>
 #include <fstream>
 #include <iostream>
@@ -11,6 +10,7 @@
 #include "Cli.h"
 #include "imaging/FCIMGBitmap.h"
 #include "imaging/JpegInterface.h"
+#include "imaging/PngFile.h"
 #include "platform/Bytes.h"
 #include "platform/DynLoad.h"
 #include "platform/File.h"
@@ -21,11 +21,13 @@ namespace {
 using kelscan_cli::Fail;
 using kelscan_cli::SetExit;
 
-// Largest stored deflate block (bytes).
-constexpr std::size_t kStoredBlock = 65535;
-
 const char* TypeName(SC_IMG_EXT_TYPE t) {
-    return t == SC_IMG_EXT_JPEG ? "JPEG" : (t == SC_IMG_EXT_BMP ? "BMP" : "unknown");
+    switch (t) {
+        case SC_IMG_EXT_JPEG: return "JPEG";
+        case SC_IMG_EXT_BMP: return "BMP";
+        case SC_IMG_EXT_PNG: return "PNG";
+        default: return "unknown";
+    }
 }
 
 // The one line for a loader result; 0 when the load succeeded.
@@ -33,12 +35,17 @@ int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
     switch (rc) {
         case SC_IMG_OK: return 0;
         case SC_IMG_ERR_TYPE:
-            return Fail(photo + ": not a photo (.bmp, .dib, .jpg, .jpe, .jpeg or .jfif)");
+            return Fail(photo + ": not a photo (.bmp, .dib, .png, .jpg, .jpe, .jpeg or .jfif)");
         case SC_IMG_ERR_OPEN: return Fail("cannot read " + photo + " as a JPEG");
         case SC_IMG_ERR_DECODE:
             return Fail(photo + ": cannot decode it (is the JPEG codec module " +
                         MapModuleName(L"JPEG_LIB.dll") + " installed?)");
-        default: return Fail("cannot read " + photo + " as a BMP");
+        default: {
+            CFCIMGBitmap probe;
+            const bool png = probe.GetFileTypeExt(kel_text::Utf8ToWide(photo.c_str()).GetString()) ==
+                             SC_IMG_EXT_PNG;
+            return Fail("cannot read " + photo + (png ? " as a PNG" : " as a BMP"));
+        }
     }
 }
 
@@ -120,72 +127,22 @@ std::string BmpFile(const KelDib& b) {
     return file;
 }
 
-std::uint32_t Crc32(const std::uint8_t* data, std::size_t n, std::uint32_t crc = 0) {
-    static std::uint32_t table[256];
-    if (table[1] == 0)
-        for (std::uint32_t i = 0; i < 256; ++i) {
-            std::uint32_t c = i;
-            for (int k = 0; k < 8; ++k) c = (c & 1) != 0 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-            table[i] = c;
-        }
-    crc = ~crc;
-    for (std::size_t i = 0; i < n; ++i) crc = table[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
-    return ~crc;
-}
-
-void PutBe32(std::string& s, std::uint32_t v) {
-    for (int k = 3; k >= 0; --k) s += static_cast<char>((v >> (8 * k)) & 0xFF);
-}
-
-void Chunk(std::string& png, const char* type, const std::string& data) {
-    PutBe32(png, static_cast<std::uint32_t>(data.size()));
-    const std::string body = std::string(type, 4) + data;
-    png += body;
-    PutBe32(png, Crc32(reinterpret_cast<const std::uint8_t*>(body.data()), body.size()));
-}
-
-// An 8-bit RGB PNG whose image data are one zlib stream of stored (uncompressed) blocks.
+// An 8-bit RGB PNG, deflate-compressed by libpng; empty after the library's trace line.
 std::string PngFile(const KelDib& b) {
-    std::string raw;
-    raw.reserve((3 * static_cast<std::size_t>(b.width) + 1) * static_cast<std::size_t>(b.height));
-    for (LONG y = 0; y < b.height; ++y) {
-        raw += '\0';  // filter: none
-        for (LONG x = 0; x < b.width; ++x) {
+    std::vector<unsigned char> rgb(3 * static_cast<std::size_t>(b.width) *
+                                   static_cast<std::size_t>(b.height));
+    unsigned char* out = rgb.data();
+    for (LONG y = 0; y < b.height; ++y)
+        for (LONG x = 0; x < b.width; ++x, out += 3) {
             BYTE bgr[3];
             PixelBgr(b, Row(b, y), x, bgr);
-            raw += static_cast<char>(bgr[2]);
-            raw += static_cast<char>(bgr[1]);
-            raw += static_cast<char>(bgr[0]);
+            out[0] = bgr[2];
+            out[1] = bgr[1];
+            out[2] = bgr[0];
         }
-    }
-    std::string z = "\x78\x01";
-    std::uint32_t a = 1, s2 = 0;  // Adler-32
-    for (const char c : raw) {
-        a = (a + static_cast<std::uint8_t>(c)) % 65521;
-        s2 = (s2 + a) % 65521;
-    }
-    std::size_t pos = 0;
-    do {
-        const std::size_t n = std::min(kStoredBlock, raw.size() - pos);
-        z += static_cast<char>(pos + n == raw.size() ? 1 : 0);
-        z += static_cast<char>(n & 0xFF);
-        z += static_cast<char>(n >> 8);
-        z += static_cast<char>(~n & 0xFF);
-        z += static_cast<char>((~n >> 8) & 0xFF);
-        z.append(raw, pos, n);
-        pos += n;
-    } while (pos < raw.size());
-    PutBe32(z, (s2 << 16) | a);
-
-    std::string header;
-    PutBe32(header, static_cast<std::uint32_t>(b.width));
-    PutBe32(header, static_cast<std::uint32_t>(b.height));
-    header += std::string("\x08\x02\x00\x00\x00", 5);  // 8 bits, RGB, deflate, no filter, no interlace
-    std::string png = "\x89PNG\r\n\x1a\n";
-    Chunk(png, "IHDR", header);
-    Chunk(png, "IDAT", z);
-    Chunk(png, "IEND", "");
-    return png;
+    std::vector<unsigned char> png;
+    if (!kel_png::EncodePng(rgb.data(), b.width, b.height, png)) return std::string();
+    return std::string(png.begin(), png.end());
 }
 
 bool EndsWithNoCase(const std::string& s, const std::string& tail) {
@@ -241,6 +198,7 @@ int Convert(const ConvertArgs& a) {
     const std::string bytes = png ? PngFile(b) : BmpFile(b);
     const LONG w = b.width, h = b.height;
     DeleteObject(scaled);
+    if (bytes.empty()) return Fail("cannot encode " + a.output);
     std::ofstream f(a.output, std::ios::binary);
     if (!f.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) || !(f.flush()))
         return Fail("cannot write " + a.output);
@@ -249,18 +207,18 @@ int Convert(const ConvertArgs& a) {
 }
 
 void Setup(CLI::App& app) {
-    CLI::App* image = app.add_subcommand("image", "Photographs: BMP/DIB and JPEG");
+    CLI::App* image = app.add_subcommand("image", "Photographs: BMP/DIB, PNG and JPEG");
     image->require_subcommand(1);
 
     static std::string infoPhoto;
     CLI::App* info = image->add_subcommand(
         "info", "Type, size, the rate of resolution chosen for it and the bytes it needs");
-    info->add_option("photo", infoPhoto, "BMP, DIB or JPEG file")->required();
+    info->add_option("photo", infoPhoto, "BMP, DIB, PNG or JPEG file")->required();
     info->callback([]() { SetExit(Info(std::cout, infoPhoto)); });
 
     static ConvertArgs ca;
     CLI::App* convert = image->add_subcommand("convert", "Write the photo as a 24-bit BMP or a PNG");
-    convert->add_option("photo", ca.photo, "BMP, DIB or JPEG file")->required();
+    convert->add_option("photo", ca.photo, "BMP, DIB, PNG or JPEG file")->required();
     convert->add_option("output", ca.output, "Output file, .bmp or .png")->required();
     convert->add_option("--scale", ca.scale, "Decode a JPEG at 1/scale")
         ->check(CLI::IsMember({1, 2, 4, 8}))

@@ -1,6 +1,7 @@
 // The kelscan program: one sub-command group per capability of the library.
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -31,6 +32,20 @@ bool g_verbose = false;
 void ProgramTraceSink(void* /*context*/, int /*level*/, const wchar_t* line) {
     if (!g_verbose) return;
     std::cerr << kel_text::WideToUtf8(line) << '\n';
+}
+
+// The folder of the sample data: installed beside the program, else the source tree's, else
+// the one the install was meant for.
+std::string SampleDataDir() {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const std::filesystem::path installed = self.parent_path() / KELSCAN_DATA_FROM_BIN;
+        if (std::filesystem::is_directory(installed, ec))
+            return installed.lexically_normal().string();
+    }
+    if (std::filesystem::is_directory(KELSCAN_DEFAULT_DATA_DIR, ec)) return KELSCAN_DEFAULT_DATA_DIR;
+    return KELSCAN_INSTALL_DATA_DIR;
 }
 
 }  // namespace
@@ -112,7 +127,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.add_flag("-v,--verbose", g_verbose, "Also print the library's trace lines on stderr");
 
-    std::string dataDir = KELSCAN_DEFAULT_DATA_DIR;
+    std::string dataDir = SampleDataDir();
     if (const char* env = std::getenv("KELSCAN_DATA")) dataDir = env;
     CLI::App* demo = app.add_subcommand("demo", "Run the library's main job on the sample data");
     demo->add_option("--data", dataDir, "Folder of the sample data")->capture_default_str();

@@ -4,6 +4,7 @@
 
 #include "imaging/BitmapFile.h"
 #include "imaging/JpegInterface.h"
+#include "imaging/PngFile.h"
 #include "platform/DynLoad.h"
 #include "platform/File.h"
 #include "platform/Trace.h"
@@ -116,6 +117,9 @@ SC_IMG_ERRORS CFCIMGBitmap::ReloadImgFile() {
         case SC_IMG_EXT_BMP:
             m_hBitmap = LoadBitmapFromFile(path);
             break;
+        case SC_IMG_EXT_PNG:
+            m_hBitmap = LoadPngFromFile(path);
+            break;
         case SC_IMG_EXT_JPEG: {
             const SC_IMG_ERRORS rc = LoadJpeg(path);
             if (rc != SC_IMG_OK) return rc;
@@ -125,7 +129,7 @@ SC_IMG_ERRORS CFCIMGBitmap::ReloadImgFile() {
             KEL_TRACE_ALWAYS(L"CFCIMGBitmap::ReloadImgFile GetFileTypeExt == SC_IMG_EXT_UNKNOWN");
             return SC_IMG_ERR_TYPE;
     }
-    // A BMP that could not be read has already written its line.
+    // A BMP or PNG that could not be read has already written its line.
     if (GetObjectW(m_hBitmap, static_cast<int>(sizeof(BITMAP)), &m_bitmap) == 0) {
         if (m_hBitmap != nullptr) {
             DeleteObject(m_hBitmap);
@@ -155,6 +159,7 @@ SC_IMG_EXT_TYPE CFCIMGBitmap::GetFileTypeExt(const wchar_t* path) const {
         EndsWith(s, L".jfif"))
         return SC_IMG_EXT_JPEG;
     if (EndsWith(s, L".bmp") || EndsWith(s, L".dib")) return SC_IMG_EXT_BMP;
+    if (EndsWith(s, L".png")) return SC_IMG_EXT_PNG;
     return SC_IMG_EXT_UNKNOWN;
 }
 
@@ -210,6 +215,7 @@ unsigned long CFCIMGBitmap::GetImgFileSize(kel_text::CKelString& path) const {
     switch (GetFileTypeExt(path.GetString())) {
         case SC_IMG_EXT_BMP: return GetBitmapFileSizeFromFile(path.GetString());
         case SC_IMG_EXT_JPEG: return GetJPEGFileSize(path);
+        case SC_IMG_EXT_PNG: return GetPngFileSizeFromFile(path.GetString());
         default: return 0;
     }
 }

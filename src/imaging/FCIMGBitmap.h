@@ -1,6 +1,6 @@
 #pragma once
 // The photograph of a scan held as a bitmap of the portable graphics layer (platform/Bitmap.h),
-// loaded from a BMP/DIB file or decoded from a JPEG file by the run-time loaded codec module
+// loaded from a BMP/DIB or PNG file (imaging/PngFile.h) or decoded from a JPEG file by the run-time loaded codec module
 // "JPEG_LIB.dll" (imaging/JpegInterface.h). A large JPEG may be decoded at 1/2, 1/4 or 1/8 of
 // its size; the rate of resolution (GetRate_Res) is that denominator, and image views multiply
 // displayed pixel coordinates by it to get full-resolution ones.
@@ -9,7 +9,14 @@
 #include "platform/Export.h"
 #include "platform/KelString.h"
 
-enum SC_IMG_EXT_TYPE { SC_IMG_EXT_UNKNOWN = 0, SC_IMG_EXT_BMP = 1, SC_IMG_EXT_JPEG = 2 };
+// PNG files load as BMP files do (at full resolution, rate 1), and an unreadable one gives
+// SC_IMG_ERR_GDI too.
+enum SC_IMG_EXT_TYPE {
+    SC_IMG_EXT_UNKNOWN = 0,
+    SC_IMG_EXT_BMP = 1,
+    SC_IMG_EXT_JPEG = 2,
+    SC_IMG_EXT_PNG = 3
+};
 
 enum SC_IMG_ERRORS {
     SC_IMG_OK = 0,
@@ -33,10 +40,10 @@ public:
     // no-image flag to (result != 0) and returns the result.
     SC_IMG_ERRORS LoadImgFile(const wchar_t* path, int noSetResRate);
     // Loads the stored path again. Releases the old bitmap first; a failed reload leaves none.
-    // An unreadable BMP gives SC_IMG_ERR_GDI (the bitmap cannot be described).
+    // An unreadable BMP or PNG gives SC_IMG_ERR_GDI (the bitmap cannot be described).
     SC_IMG_ERRORS ReloadImgFile();
     // By extension, ignoring case: ".jpg", ".jpe", ".jpeg", ".jfif" -> JPEG; ".bmp", ".dib" ->
-    // BMP; else unknown.
+    // BMP; ".png" -> PNG; else unknown.
     SC_IMG_EXT_TYPE GetFileTypeExt(const wchar_t* path) const;
     // Decodes a JPEG through the codec module and chooses the rate (see the .cpp).
     SC_IMG_ERRORS LoadJpeg(const wchar_t* path);

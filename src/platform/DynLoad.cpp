@@ -35,6 +35,9 @@ std::vector<std::string> SearchFolders() {
     }
     const std::string self = SelfFolder();
     if (!self.empty()) folders.push_back(self);
+#if defined(KELSCAN_INSTALL_MODULE_DIR)
+    if (self != KELSCAN_INSTALL_MODULE_DIR) folders.push_back(KELSCAN_INSTALL_MODULE_DIR);
+#endif
     return folders;
 }
 
@@ -67,6 +70,7 @@ void* GetLibraryFunction(const wchar_t* moduleName, const char* functionName, HM
             handle = dlopen((folder + "/" + file).c_str(), RTLD_NOW | RTLD_LOCAL);
             if (handle != nullptr) break;
         }
+        if (handle == nullptr) handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (handle == nullptr) {
             KEL_TRACE_ALWAYS(L"GetLibraryFunction module not found: %s", moduleName);
             return nullptr;

@@ -5,7 +5,10 @@
 // A module is named as on the original host ("JPEG_LIB.dll"); MapModuleName gives the host's
 // file name ("libJPEG_LIB.so"). The file is searched in each folder of the environment
 // variable KELSCAN_PLUGIN_PATH (':'-separated) in order, then in the folder of the library
-// itself (beside libkelscan, or beside the program for a static build).
+// itself (beside libkelscan, or beside the program for a static build), then in the folder the
+// install puts modules in (fixed when the library is built), and last by the dynamic loader's
+// own search (the program's run path, which the installed package's CMake target sets for a
+// static build; LD_LIBRARY_PATH; the system folders).
 #include <string>
 
 #include "platform/Export.h"

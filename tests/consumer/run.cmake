@@ -1,7 +1,11 @@
-# Installs the build tree into a scratch prefix, then builds and runs the consumer against it.
+# Installs the build tree into a scratch prefix, then builds and runs the consumer against it,
+# and runs the installed program's demo on the installed sample data. Nothing points the
+# library at its codec module: it must find it by itself.
+unset(ENV{KELSCAN_PLUGIN_PATH})
+unset(ENV{KELSCAN_DATA})
 file(REMOVE_RECURSE ${WORK_DIR})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix
-    RESULT_VARIABLE rc)
+    RESULT_VARIABLE rc OUTPUT_QUIET)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "install failed")
 endif()
@@ -14,7 +18,23 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build RESULT_VARIAB
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "consumer build failed")
 endif()
-execute_process(COMMAND ${WORK_DIR}/build/consumer RESULT_VARIABLE rc)
+execute_process(COMMAND ${WORK_DIR}/build/consumer WORKING_DIRECTORY ${WORK_DIR}
+    RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
     message(FATAL_ERROR "consumer run failed")
+endif()
+
+# The installed program finds the installed sample data, not the source tree's.
+set(kelscan ${WORK_DIR}/prefix/bin/kelscan)
+if(EXISTS ${kelscan})
+    execute_process(COMMAND ${kelscan} demo --help OUTPUT_VARIABLE help RESULT_VARIABLE rc)
+    string(FIND "${help}" "${WORK_DIR}/prefix/share/kelscan" at)
+    if(NOT rc EQUAL 0 OR at EQUAL -1)
+        message(FATAL_ERROR "the installed demo does not default to the installed data:\n${help}")
+    endif()
+    execute_process(COMMAND ${kelscan} demo WORKING_DIRECTORY ${WORK_DIR}
+        OUTPUT_QUIET RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0)
+        message(FATAL_ERROR "the installed demo failed (${rc})")
+    endif()
 endif()

@@ -40,10 +40,11 @@ TEST_F(FCIMGBitmapTest, TypeComesFromTheExtensionInAnyCase) {
         EXPECT_EQ(img.GetFileTypeExt(p), SC_IMG_EXT_JPEG) << kel_text::WideToUtf8(p);
     for (const wchar_t* p : {L"a.bmp", L"B.BMP", L"c.Dib"})
         EXPECT_EQ(img.GetFileTypeExt(p), SC_IMG_EXT_BMP);
-    for (const wchar_t* p : {L"a.png", L"jpg", L"a.jpgx", L"", L"a.bm"})
+    EXPECT_EQ(img.GetFileTypeExt(L"c.Png"), SC_IMG_EXT_PNG);
+    for (const wchar_t* p : {L"a.gif", L"jpg", L"a.jpgx", L"", L"a.bm", L"a.pngx"})
         EXPECT_EQ(img.GetFileTypeExt(p), SC_IMG_EXT_UNKNOWN);
 
-    EXPECT_EQ(img.LoadImgFile(L"\\photo.png", 0), SC_IMG_ERR_TYPE);
+    EXPECT_EQ(img.LoadImgFile(L"\\photo.gif", 0), SC_IMG_ERR_TYPE);
     EXPECT_EQ(img.GetNoImgFlg(), 1);
     EXPECT_EQ(img.GethBitmap(), nullptr);
     EXPECT_EQ(Lines(), std::vector<std::string>{
@@ -146,16 +147,16 @@ TEST_F(FCIMGBitmapTest, BytesNeededFollowTheTypeAndTheSize) {
     Write("p.jpg", JpegBytes(100, 30, false, 80));
     Write("g.jpg", JpegBytes(100, 30, true, 80));
     Write("p.bmp", BmpBytes(Pattern(9, 4, 4), true));
-    Write("p.png", "not looked at");
+    Write("p.gif", "not looked at");
     CFCIMGBitmap img;
-    kel_text::CKelString jpg(L"\\p.jpg"), grey(L"\\g.jpg"), bmp(L"\\p.bmp"), png(L"\\p.png");
+    kel_text::CKelString jpg(L"\\p.jpg"), grey(L"\\g.jpg"), bmp(L"\\p.bmp"), gif(L"\\p.gif");
     const unsigned long header = 40;  // the information header of a DIB
     EXPECT_EQ(img.GetImgFileSize(jpg), header + 300u * 30);
     EXPECT_EQ(img.GetJPEGFileSize(jpg), header + 300u * 30);
     EXPECT_EQ(GetScanningImageFileSize(jpg), header + 300u * 30);
     EXPECT_EQ(img.GetImgFileSize(grey), header + 1024u + 100u * 30);
     EXPECT_EQ(img.GetImgFileSize(bmp), header + 64u + 8u * 4);
-    EXPECT_EQ(img.GetImgFileSize(png), 0u);
+    EXPECT_EQ(img.GetImgFileSize(gif), 0u);
     EXPECT_TRUE(Lines().empty());
 }
 

@@ -1,7 +1,8 @@
-# The imaging tests encode their JPEGs with libjpeg and need the codec module built beside them.
+# The imaging tests encode their JPEGs with libjpeg and their PNGs with libpng, and need the
+# codec module built beside them.
 find_package(JPEG REQUIRED)
 target_sources(test_imaging PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/imaging/ImageFiles.cpp)
-target_link_libraries(test_imaging PRIVATE JPEG::JPEG)
+target_link_libraries(test_imaging PRIVATE JPEG::JPEG PNG::PNG)
 if(TARGET kelscan_jpeg)
     add_dependencies(test_imaging kelscan_jpeg)
     if(TARGET kelscan_cli)
