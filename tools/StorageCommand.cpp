@@ -167,16 +167,19 @@ int SdbDelete(const std::string& number, const std::string& path) {
     if (!kelscan_cli::ParseInt(number, n)) return Fail("\"" + number + "\" is not a record number");
     CSFile db;
     int records = 0;
-    if (const int rc = OpenDatabase(db, path, SFILE_UPDATE, records)) return rc;
+    // Checked on the file as it is: opening for update would first mend it (a header into an
+    // empty file, a torn tail cut off).
+    if (const int rc = OpenDatabase(db, path, SFILE_READ, records)) return rc;
     if (n < 1 || n > records)
         return Fail("record " + number + " is not in " + path + " (" + std::to_string(records) +
                     " records)");
     CSPoint p;
-    db.ReadPoint(p, n);
+    if (db.ReadPoint(p, n) != n) return Fail("cannot read record " + number + " of " + path);
     if (!db.IsAliveRecord(p)) {
         std::cout << "record " << n << " (" << Shown(p.m_name) << ") was already deleted\n";
         return 0;
     }
+    if (const int rc = OpenDatabase(db, path, SFILE_UPDATE, records)) return rc;
     if (db.DeletePoint(n) != n) return Fail("cannot write " + path);
     if (db.CloseDB() != 0) return Fail("cannot write " + path);
     std::cout << "deleted record " << n << " (" << Shown(p.m_name) << ")\n";
@@ -193,8 +196,8 @@ int LogStatus(const std::string& given, std::ostream& out) {
     const std::uintmax_t size = fs::file_size(path, ec);
     if (ec || size != static_cast<std::uintmax_t>(CSDBLog::kLogSize))
         return Fail(path + " is not a scan log (" + std::to_string(size) + " bytes, want 768)");
-    const fs::path scratch =
-        fs::temp_directory_path() / ("kelscan-log-" + std::to_string(kel_platform::ProcessId()));
+    const fs::path scratch = kel_platform::CreatePrivateFolder("kelscan-log-");
+    if (scratch.empty()) return Fail("cannot make a scratch folder for " + path);
     fs::create_directories(scratch / "temp", ec);
     fs::copy_file(path, scratch / "temp" / "SDB.log", fs::copy_options::overwrite_existing, ec);
     if (ec) return Fail("cannot read " + path);

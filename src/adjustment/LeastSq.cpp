@@ -516,7 +516,7 @@ int CLeastSq::SaveErrorNoeqStatus(int rows, int cols) {
     }
     const std::string bytes = kel_text::WideToSingleByte(text);
     try {
-        file.Write(bytes.data(), static_cast<UINT>(bytes.size()));
+        file.WriteAll(bytes.data(), bytes.size());
         file.Close();
     } catch (const CFileException&) {
         KEL_TRACE_ALWAYS(L"CLeastSq::SaveErrorNoeqStatus fp == NULL");

@@ -156,13 +156,13 @@ bool ExpandRle(const std::vector<std::uint8_t>& src, HBITMAP dib) {
 HBITMAP ReadBitmap(CFile& f, const BmpLayout& lay) {
     std::vector<std::uint8_t> palette(4u * lay.paletteSize);
     f.Seek(lay.paletteOffset, CFile::begin);
-    if (!palette.empty() && f.Read(palette.data(), static_cast<UINT>(palette.size())) != palette.size()) {
+    if (!palette.empty() && f.ReadAll(palette.data(), palette.size()) != palette.size()) {
         KEL_TRACE_ALWAYS(L"LoadBitmapFromFile palette read short");
         return nullptr;
     }
     std::vector<std::uint8_t> bits(lay.bitsBytes);
     f.Seek(lay.bitsOffset, CFile::begin);
-    if (f.Read(bits.data(), static_cast<UINT>(bits.size())) != bits.size()) {
+    if (f.ReadAll(bits.data(), bits.size()) != bits.size()) {
         KEL_TRACE_ALWAYS(L"LoadBitmapFromFile pixel read short");
         return nullptr;
     }

@@ -1,12 +1,14 @@
 #include "photogrammetry/Camera.h"
 
-#include <cstdio>
+#include <charconv>
+#include <cmath>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "geometry/FileName.h"
 #include "platform/File.h"
+#include "platform/NumText.h"
 
 CCamera::CCamera() : m_fiducial(0), m_focal(0.0) { Init(); }
 
@@ -73,12 +75,75 @@ private:
     UINT m_len = 0;
 };
 
-bool ScanDouble(const std::string& line, const char* form, double& v) {
-    return !line.empty() && std::sscanf(line.c_str(), form, &v) != EOF;
+// sscanf-like reading of one line in the C locale whatever the process locale: white space is
+// skipped before each item. End: only white space is left (sscanf's end of input); None: the
+// text there is no number (the value is kept, as sscanf keeps it); Bad: a number that is not
+// finite or out of range, which the file may not hold.
+enum class Scan { Ok, None, End, Bad };
+
+class LineScanner {
+public:
+    explicit LineScanner(const std::string& line) : m_p(line.c_str()) {}
+
+    Scan Real(double& v) {
+        if (SkipSpace()) return Scan::End;
+        const char* end = nullptr;
+        double x = 0.0;
+        if (kel_num::ParsePrefix(m_p, x, &end, true)) {
+            m_p = end;
+            if (!std::isfinite(x)) return Scan::Bad;
+            v = x;
+            return Scan::Ok;
+        }
+        // ParsePrefix refuses a number beyond the double range: digits that do not read.
+        const char* q = m_p + ((*m_p == '+' || *m_p == '-') ? 1 : 0);
+        return IsDigit(*q) || (*q == '.' && IsDigit(q[1])) ? Scan::Bad : Scan::None;
+    }
+
+    Scan Int(int& v) {
+        if (SkipSpace()) return Scan::End;
+        const char* q = m_p + (*m_p == '+' ? 1 : 0);
+        int x = 0;
+        const std::from_chars_result r =
+            std::from_chars(q, q + std::char_traits<char>::length(q), x);
+        if (r.ec == std::errc::result_out_of_range) return Scan::Bad;
+        if (r.ec != std::errc()) return Scan::None;
+        m_p = r.ptr;
+        v = x;
+        return Scan::Ok;
+    }
+
+    // A run of non-white-space characters (sscanf's %s).
+    Scan Word(std::string& w) {
+        if (SkipSpace()) return Scan::End;
+        const char* q = m_p;
+        while (*q != '\0' && !IsSpace(*q)) ++q;
+        w.assign(m_p, q);
+        m_p = q;
+        return Scan::Ok;
+    }
+
+private:
+    static bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+    static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+    bool SkipSpace() {
+        while (IsSpace(*m_p)) ++m_p;
+        return *m_p == '\0';
+    }
+    const char* m_p;
+};
+
+// A required line of one value: false for a missing line, end of input or a bad number.
+bool ReadReal(const std::string& line, double& v) {
+    if (line.empty()) return false;
+    const Scan r = LineScanner(line).Real(v);
+    return r == Scan::Ok || r == Scan::None;
 }
 
-bool ScanInt(const std::string& line, int& v) {
-    return !line.empty() && std::sscanf(line.c_str(), "%d", &v) != EOF;
+bool ReadInt(const std::string& line, int& v) {
+    if (line.empty()) return false;
+    const Scan r = LineScanner(line).Int(v);
+    return r == Scan::Ok || r == Scan::None;
 }
 
 }  // namespace
@@ -93,30 +158,32 @@ int CCamera::Read(const wchar_t* path) {
         LineReader in(file, m_lastReadLine);
         double v = 0.0;
         int count = 0;
-        if (!ScanDouble(in.Next(), "%lf", m_focal)) return 0;
-        if (!ScanDouble(in.Next(), "%lf", m_principal.x)) return 0;
-        if (!ScanDouble(in.Next(), "%lf", m_principal.y)) return 0;
+        if (!ReadReal(in.Next(), m_focal)) return 0;
+        if (!ReadReal(in.Next(), m_principal.x)) return 0;
+        if (!ReadReal(in.Next(), m_principal.y)) return 0;
         int model = 0;
-        if (!ScanInt(in.Next(), model)) return 0;
+        if (!ReadInt(in.Next(), model)) return 0;
         m_dist.SetDistModel(static_cast<DIST_MODEL>(model));
-        if (!ScanInt(in.Next(), count)) return 0;
+        if (!ReadInt(in.Next(), count)) return 0;
         for (int i = 0; i < count; ++i) {
             v = 0.0;
-            if (!ScanDouble(in.Next(), "%le", v)) return 0;
+            if (!ReadReal(in.Next(), v)) return 0;
             if (i < CDist::kMaxPara) m_dist.m_para[i] = v;
         }
-        if (!ScanDouble(in.Next(), "%lf", m_resolution.x)) return 0;
-        if (!ScanDouble(in.Next(), "%lf", m_resolution.y)) return 0;
+        if (!ReadReal(in.Next(), m_resolution.x)) return 0;
+        if (!ReadReal(in.Next(), m_resolution.y)) return 0;
         int marks = 0;
-        if (!ScanInt(in.Next(), marks)) return 0;
+        if (!ReadInt(in.Next(), marks)) return 0;
         for (int i = 0; i < marks; ++i) {
             const std::string line = in.Next();
-            if (line.empty()) return 0;
-            std::vector<char> token(line.size() + 1, '\0');
+            std::string token;
             CXYZ mark(0.0, 0.0, 0.0);
-            if (std::sscanf(line.c_str(), "%s %lf %lf", token.data(), &mark.x, &mark.y) == EOF)
-                return 0;
-            mark.m_name = kel_text::SingleByteToWide(token.data());
+            LineScanner scan(line);
+            if (line.empty() || scan.Word(token) != Scan::Ok) return 0;
+            Scan r = scan.Real(mark.x);
+            if (r == Scan::Ok) r = scan.Real(mark.y);
+            if (r == Scan::Bad) return 0;
+            mark.m_name = kel_text::SingleByteToWide(token.c_str());
             mark.m_name.TrimLeft();
             mark.m_name.TrimRight();
             m_fiducialMark.Add(mark);
@@ -124,7 +191,9 @@ int CCamera::Read(const wchar_t* path) {
 
         int k = 0;
         const std::string kLine = in.Next();
-        if (kLine.empty() || std::sscanf(kLine.c_str(), "%d", &k) != 1) k = 0;
+        const Scan kScan = LineScanner(kLine).Int(k);
+        if (kScan == Scan::Bad) return 0;
+        if (kScan != Scan::Ok) k = 0;
         if (k < 0) k = 0;
         if (k > kMaxRadialValues) k = kMaxRadialValues;
         m_dist.m_radius.SetSize(k, 0.0);
@@ -133,7 +202,10 @@ int CCamera::Read(const wchar_t* path) {
             const std::string line = in.Next();
             if (line.empty()) continue;
             double r = m_dist.m_radius[j], d = m_dist.m_distortion[j];
-            std::sscanf(line.c_str(), "%lf %lf", &r, &d);
+            LineScanner scan(line);
+            Scan got = scan.Real(r);
+            if (got == Scan::Ok) got = scan.Real(d);
+            if (got == Scan::Bad) return 0;
             m_dist.m_radius[j] = r;
             m_dist.m_distortion[j] = d;
         }
@@ -151,55 +223,42 @@ int CCamera::Write(const wchar_t* path) {
     CFile file;
     if (!file.Open(path, CFile::modeCreate | CFile::modeWrite)) return 0;
     EditFileName(path, m_name);
+    // Each line: the values, tabs and a comment; %lf and %le as the C locale prints them.
     std::string bytes;
-    kel_text::CKelString line;
-    auto put = [&bytes, &line]() {
-        std::string b = kel_text::WideToSingleByte(line.GetString());
+    auto put = [&bytes](std::string b) {
         if (b.size() > static_cast<std::size_t>(kMaxWriteLine)) {
             b.resize(kMaxWriteLine - 1);
             b += '\n';
         }
         bytes += b;
     };
-    line.Format(L"%lf\t\t\t// focul length [mm]\n", m_focal);
-    put();
-    line.Format(L"%lf\t\t\t// x of principal point [m]\n", m_principal.x);
-    put();
-    line.Format(L"%lf\t\t\t// y of principal point [m]\n", m_principal.y);
-    put();
-    line.Format(L"%d\t\t\t\t\t// distortion model\n", static_cast<int>(m_dist.GetDistModel()));
-    put();
+    auto lf = [](double v) { return kel_num::Fixed(v, 6); };
+    auto nth = [](int i) { return std::to_string(i); };
+    put(lf(m_focal) + "\t\t\t// focul length [mm]\n");
+    put(lf(m_principal.x) + "\t\t\t// x of principal point [m]\n");
+    put(lf(m_principal.y) + "\t\t\t// y of principal point [m]\n");
+    put(nth(static_cast<int>(m_dist.GetDistModel())) + "\t\t\t\t\t// distortion model\n");
     const int n = m_dist.GetNumPara();
-    line.Format(L"%d\t\t\t\t\t// number of distortion parameters\n", n);
-    put();
-    for (int i = 0; i < n && i < CDist::kMaxPara; ++i) {
-        line.Format(L"%le\t\t// distortion parameter %d\n", m_dist.m_para[i], i + 1);
-        put();
-    }
-    line.Format(L"%lf\t\t\t// x resolution [mm/pixel]\n", m_resolution.x);
-    put();
-    line.Format(L"%lf\t\t\t// y resolution [mm/pixel]\n", m_resolution.y);
-    put();
-    line.Format(L"%d\t\t\t\t\t// number of fiducial marks\n", m_fiducialMark.GetSize());
-    put();
+    put(nth(n) + "\t\t\t\t\t// number of distortion parameters\n");
+    for (int i = 0; i < n && i < CDist::kMaxPara; ++i)
+        put(kel_num::Sci(m_dist.m_para[i], 6) + "\t\t// distortion parameter " + nth(i + 1) + "\n");
+    put(lf(m_resolution.x) + "\t\t\t// x resolution [mm/pixel]\n");
+    put(lf(m_resolution.y) + "\t\t\t// y resolution [mm/pixel]\n");
+    put(nth(m_fiducialMark.GetSize()) + "\t\t\t\t\t// number of fiducial marks\n");
     for (int i = 0; i < m_fiducialMark.GetSize(); ++i) {
         const CXYZ& f = m_fiducialMark[i];
-        line.Format(L"%s\t%lf\t%lf\t// coordinates of fiducial mark %d [mm]\n",
-                    f.m_name.GetString(), f.x, f.y, i + 1);
-        put();
+        put(kel_text::WideToSingleByte(f.m_name) + "\t" + lf(f.x) + "\t" + lf(f.y) +
+            "\t// coordinates of fiducial mark " + nth(i + 1) + " [mm]\n");
     }
     const int k = m_dist.m_radius.GetSize() < m_dist.m_distortion.GetSize()
                       ? m_dist.m_radius.GetSize()
                       : m_dist.m_distortion.GetSize();
-    line.Format(L"%d\t\t\t\t\t// number of radial distortion values\n", k);
-    put();
-    for (int j = 0; j < k; ++j) {
-        line.Format(L"%lf\t%lf\t// radius and  radial distortion value %d [mm]\n",
-                    m_dist.m_radius[j], m_dist.m_distortion[j], j + 1);
-        put();
-    }
+    put(nth(k) + "\t\t\t\t\t// number of radial distortion values\n");
+    for (int j = 0; j < k; ++j)
+        put(lf(m_dist.m_radius[j]) + "\t" + lf(m_dist.m_distortion[j]) +
+            "\t// radius and  radial distortion value " + nth(j + 1) + " [mm]\n");
     try {
-        file.Write(bytes.data(), static_cast<UINT>(bytes.size()));
+        file.WriteAll(bytes.data(), bytes.size());
         file.Close();
     } catch (const CFileException&) {
         return 0;

@@ -9,9 +9,13 @@
 // distortion model, parameter count n, n parameter lines, x and y pixel size, fiducial count m,
 // m lines "name x y", then (optional) the radial table's count k and k lines "radius value".
 //
-// Reading is line by line with the C library's scan forms; a missing (empty) line in the
-// required part, or a line that is at end of input for the scan, fails. Safety limits beyond
-// the file's own rules, so that no file can overrun memory:
+// Reading is line by line with the scan forms of the C library's sscanf (%lf, %d, %s), read in
+// the C locale whatever the process locale (numbers have a '.', never a ','); a missing
+// (empty) line in the required part, or a line that is at end of input for the scan, fails.
+// Text that is no number leaves the value as it was, as sscanf does; a number that is not
+// finite ("nan", "inf") or beyond the range of its type fails the read wherever it stands.
+// Writing prints %lf and %le as the C locale does, whatever the process locale.
+// Safety limits beyond the file's own rules, so that no file can overrun memory:
 // - a line is kept up to kMaxLineBytes bytes; the rest of a longer line is read and dropped;
 // - parameter lines past the ten the distortion holds are read and discarded;
 // - a negative count counts as 0; the radial table's count is clamped to kMaxRadialValues;
@@ -42,8 +46,8 @@ public:
 
     void Init();
     void Copy(const CCamera& src);
-    // 1, or 0 when the file cannot be opened (camera unchanged) or a required line is missing
-    // (camera left as filled so far). Logs nothing.
+    // 1, or 0 when the file cannot be opened (camera unchanged), a required line is missing or
+    // a number is not finite (camera left as filled so far). Logs nothing.
     int Read(const wchar_t* path);
     // The 1-based number of the last line the last Read looked at (0 before any line): on a
     // failed Read, the line that was missing or did not scan.

@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -72,6 +73,18 @@ void SetFileFaultHook(FileFaultHook hook, void* context) {
 
 bool InjectFault(FileOp op, const std::string& hostPath) {
     return g_hook != nullptr && g_hook(g_hookContext, op, hostPath.c_str()) != 0;
+}
+
+std::string CreatePrivateFolder(const char* prefix) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = (tmp != nullptr && *tmp != '\0') ? tmp : "/tmp";
+    while (pattern.size() > 1 && pattern.back() == '/') pattern.pop_back();
+    pattern += '/';
+    pattern += prefix != nullptr ? prefix : "";
+    pattern += "XXXXXX";
+    std::vector<char> name(pattern.begin(), pattern.end());
+    name.push_back('\0');
+    return ::mkdtemp(name.data()) != nullptr ? std::string(name.data()) : std::string();
 }
 
 }  // namespace kel_platform
@@ -215,6 +228,27 @@ void CFile::Write(const void* buffer, UINT count) {
     }
 }
 
+std::size_t CFile::ReadAll(void* buffer, std::size_t count) {
+    std::size_t done = 0;
+    char* p = static_cast<char*>(buffer);
+    while (done < count) {
+        const std::size_t chunk = count - done < kIoChunk ? count - done : kIoChunk;
+        const UINT n = Read(p + done, static_cast<UINT>(chunk));
+        done += n;
+        if (n < chunk) break;
+    }
+    return done;
+}
+
+void CFile::WriteAll(const void* buffer, std::size_t count) {
+    const char* p = static_cast<const char*>(buffer);
+    for (std::size_t done = 0; done < count;) {
+        const std::size_t chunk = count - done < kIoChunk ? count - done : kIoChunk;
+        Write(p + done, static_cast<UINT>(chunk));
+        done += chunk;
+    }
+}
+
 ULONGLONG CFile::Seek(LONGLONG offset, UINT from) {
     if (m_hFile == hFileNull) Throw(EBADF);
     const int whence = from == current ? SEEK_CUR : (from == end ? SEEK_END : SEEK_SET);
@@ -263,6 +297,42 @@ void CFile::Abort() {
     }
 }
 
+BOOL CLockFile::Lock(const wchar_t* path) {
+    Unlock(FALSE);
+    m_path = path;
+    const std::string host = MapDevicePath(path);
+    if (host.empty()) return FALSE;
+    // Another holder may remove the file between our open and our lock, and a writer may even
+    // remove the folder; a few rounds settle every such race.
+    for (int round = 0; round < 100; ++round) {
+        ::mkdir(kel_platform::Parent(host).c_str(), 0755);
+        if (!m_file.Open(path, CFile::modeCreate | CFile::modeNoTruncate | CFile::modeReadWrite))
+            continue;
+        if (InjectFault(FileOp::Lock, host)) break;
+        int rc;
+        do {
+            rc = ::flock(m_file.m_hFile, LOCK_EX);
+        } while (rc != 0 && errno == EINTR);
+        if (rc != 0) break;
+        struct stat held, named;
+        if (::fstat(m_file.m_hFile, &held) == 0 && ::stat(host.c_str(), &named) == 0 &&
+            held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+            return TRUE;
+        m_file.Abort();
+    }
+    m_file.Abort();
+    return FALSE;
+}
+
+void CLockFile::Unlock(BOOL removeFile) {
+    if (!m_file.IsOpen()) return;
+    if (removeFile) {
+        const std::string host = MapDevicePath(m_path);
+        if (!InjectFault(FileOp::Delete, host)) ::unlink(host.c_str());
+    }
+    m_file.Abort();  // closing the descriptor ends the lock
+}
+
 BOOL DeleteFileW(const wchar_t* path) {
     const std::string host = MapDevicePath(path);
     if (host.empty() || InjectFault(FileOp::Delete, host)) return FALSE;
@@ -291,7 +361,7 @@ BOOL CreateDirectoryW(const wchar_t* path, void* /*securityAttributes*/) {
     if (::mkdir(host.c_str(), 0755) == 0) return TRUE;
     struct stat st;
     return (errno == EEXIST && ::stat(host.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) ? TRUE
-                                                                                     : FALSE;
+                                                                                      : FALSE;
 }
 
 BOOL FileExists(const wchar_t* path) {
@@ -303,8 +373,7 @@ BOOL FileExists(const wchar_t* path) {
 BOOL IsFolder(const wchar_t* path) {
     const std::string host = MapDevicePath(path);
     struct stat st;
-    return (!host.empty() && ::stat(host.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) ? TRUE
-                                                                                   : FALSE;
+    return (!host.empty() && ::stat(host.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) ? TRUE : FALSE;
 }
 
 int GetFileEntriesInFolder(const wchar_t* folder, const wchar_t* pattern,

@@ -12,6 +12,7 @@
 //
 // Durability. CFile::Flush makes the written data durable (fsync), and MoveFileW makes the new
 // name durable (it syncs the folder), so a write-flush-move sequence survives a power cut.
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -31,11 +32,16 @@ KELSCAN_API std::string MapDevicePath(const wchar_t* devicePath);
 // Fault injection for tests of crash safety: the hook is asked before every file operation
 // and a non-zero answer makes that operation fail as if the host had refused it (the write
 // writes nothing, the rename renames nothing). Null removes the hook.
-enum class FileOp { Open, Read, Write, Flush, SetLength, Delete, Move };
+enum class FileOp { Open, Read, Write, Flush, SetLength, Delete, Move, Lock };
 typedef int (*FileFaultHook)(void* context, FileOp op, const char* hostPath);
 KELSCAN_API void SetFileFaultHook(FileFaultHook hook, void* context);
 // Asks the hook (used by the file layer; exposed for other host-facing code).
 KELSCAN_API bool InjectFault(FileOp op, const std::string& hostPath);
+
+// Creates a new folder that only this user can enter, named prefix followed by six random
+// characters, in the host's folder for temporary files (TMPDIR, else /tmp). Returns its host
+// path, or "" when it cannot be made. The caller removes it.
+KELSCAN_API std::string CreatePrivateFolder(const char* prefix);
 
 }  // namespace kel_platform
 
@@ -105,6 +111,12 @@ public:
     BOOL Open(const wchar_t* fileName, UINT openFlags, CFileException* error = nullptr);
     UINT Read(void* buffer, UINT count);
     void Write(const void* buffer, UINT count);
+    // A whole block of any size (Read and Write take at most 4 GiB - 1 bytes): transferred in
+    // chunks of kIoChunk bytes. ReadAll returns the bytes read (fewer only at the end of the
+    // file); WriteAll throws CFileException as Write does.
+    static constexpr std::size_t kIoChunk = std::size_t{1} << 30;
+    std::size_t ReadAll(void* buffer, std::size_t count);
+    void WriteAll(const void* buffer, std::size_t count);
     ULONGLONG Seek(LONGLONG offset, UINT from);
     void SeekToBegin() { Seek(0, begin); }
     ULONGLONG SeekToEnd() { return Seek(0, end); }
@@ -124,6 +136,31 @@ private:
     void Throw(int osError) const;
     kel_text::CKelString m_strFileName;
     std::string m_hostPath;
+};
+
+// An exclusive lock that cooperating writers take by opening the same lock file: held from
+// Lock until Unlock, the object's end or the process's end (a killed holder never leaves it
+// held). Lock creates the lock file (and its folder, when missing) and waits while another
+// holder, in this or another process, has it. Unlock(TRUE) removes the lock file before it
+// lets go; a waiter that then gets the removed file's lock takes the new file's instead. While
+// held, the lock file itself (File()) may keep a few bytes of state for the holder's successor.
+// A process forked while the lock is held shares it until it closes its copy of File().
+class KELSCAN_API CLockFile {
+public:
+    CLockFile() = default;
+    ~CLockFile() { Unlock(FALSE); }
+    CLockFile(const CLockFile&) = delete;
+    CLockFile& operator=(const CLockFile&) = delete;
+
+    // TRUE once the lock is held; FALSE when the lock file cannot be made or locked.
+    BOOL Lock(const wchar_t* path);
+    void Unlock(BOOL removeFile);
+    BOOL IsLocked() const { return m_file.IsOpen() ? TRUE : FALSE; }
+    CFile& File() { return m_file; }
+
+private:
+    CFile m_file;
+    kel_text::CKelString m_path;
 };
 
 // Windows file functions over device paths. Each returns TRUE on success.

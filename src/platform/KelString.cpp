@@ -1,6 +1,14 @@
 #include "platform/KelString.h"
 
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cwchar>
+#include <string>
 #include <vector>
+
+#include "platform/NumText.h"
 
 namespace kel_text {
 namespace detail {
@@ -11,8 +19,8 @@ namespace {
 template <class T>
 bool IsFormatPrefixChar(T c) {
     return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '.' || c == '*' ||
-           (c >= '1' && c <= '9') || c == 'l' || c == 'h' || c == 'L' || c == 'z' ||
-           c == 'j' || c == 't' || c == 'q' || c == 'I' || c == 'w';
+           (c >= '1' && c <= '9') || c == 'l' || c == 'h' || c == 'L' || c == 'z' || c == 'j' ||
+           c == 't' || c == 'q' || c == 'I' || c == 'w';
 }
 
 // Copies a format, rewriting the string and character conversions. `wide` tells whether the
@@ -76,40 +84,231 @@ std::basic_string<T> Translate(const T* fmt, bool wide) {
 std::wstring TranslateFormat(const wchar_t* fmt) { return Translate(fmt, true); }
 std::string TranslateFormat(const char* fmt) { return Translate(fmt, false); }
 
-bool VFormat(std::wstring& out, const wchar_t* fmt, va_list args) {
-    const std::wstring f = TranslateFormat(fmt);
-    std::vector<wchar_t> buf(256);
-    for (int attempt = 0; attempt < 24; ++attempt) {
-        va_list copy;
-        va_copy(copy, args);
-        const int n = std::vswprintf(buf.data(), buf.size(), f.c_str(), copy);
-        va_end(copy);
+namespace {
+
+// One C-library call for one conversion whose number text does not depend on the locale
+// (integers, characters, strings, pointers): spec holds no '*' any more.
+template <class A>
+bool CallC(std::string& out, const std::string& spec, A value) {
+    const int n = std::snprintf(nullptr, 0, spec.c_str(), value);
+    if (n < 0) return false;
+    std::vector<char> buf(static_cast<std::size_t>(n) + 1);
+    std::snprintf(buf.data(), buf.size(), spec.c_str(), value);
+    out.append(buf.data(), static_cast<std::size_t>(n));
+    return true;
+}
+
+template <class A>
+bool CallC(std::wstring& out, const std::wstring& spec, A value) {
+    std::vector<wchar_t> buf(64);
+    for (;;) {
+        const int n = std::swprintf(buf.data(), buf.size(), spec.c_str(), value);
         if (n >= 0 && static_cast<std::size_t>(n) < buf.size()) {
-            out.assign(buf.data(), static_cast<std::size_t>(n));
+            out.append(buf.data(), static_cast<std::size_t>(n));
             return true;
         }
-        // vswprintf reports both "too small" and "invalid" as -1: grow up to 64 MiB, then give up.
-        if (buf.size() >= (std::size_t{1} << 24)) break;
+        // swprintf reports both "too small" and "invalid" as -1: grow up to 64 MiB, then give up.
+        if (buf.size() >= (std::size_t{1} << 24)) return false;
         buf.resize(buf.size() * 4);
     }
+}
+
+// A parsed conversion: flags, width and precision (resolved, -1 when absent), length, type.
+template <class T>
+struct Spec {
+    std::basic_string<T> flags;
+    int width = -1;
+    int precision = -1;
+    std::string length;
+    T conv = 0;
+
+    std::basic_string<T> Rebuilt() const {
+        std::basic_string<T> s(1, T('%'));
+        s += flags;
+        if (width >= 0)
+            for (char c : std::to_string(width)) s += T(c);
+        if (precision >= 0) {
+            s += T('.');
+            for (char c : std::to_string(precision)) s += T(c);
+        }
+        for (char c : length) s += T(c);
+        s += conv;
+        return s;
+    }
+    bool Has(char f) const { return flags.find(T(f)) != std::basic_string<T>::npos; }
+};
+
+// A floating conversion through the locale-independent number text, padded as printf pads.
+template <class T, class F>
+bool FloatText(std::basic_string<T>& out, const Spec<T>& spec, F value) {
+    std::string s =
+        kel_num::Printf(value, static_cast<char>(spec.conv), spec.precision, spec.Has('#'));
+    if (s.empty()) return false;
+    std::size_t body = 0;  // where zero padding goes: after the sign and "0x"
+    if (s[0] == '-') {
+        body = 1;
+    } else if (spec.Has('+') || spec.Has(' ')) {
+        s.insert(0, 1, spec.Has('+') ? '+' : ' ');
+        body = 1;
+    }
+    if (s.size() > body + 1 && s[body] == '0' && (s[body + 1] == 'x' || s[body + 1] == 'X'))
+        body += 2;
+    const std::size_t width = spec.width > 0 ? static_cast<std::size_t>(spec.width) : 0;
+    if (s.size() < width) {
+        const std::size_t pad = width - s.size();
+        if (spec.Has('-'))
+            s.append(pad, ' ');
+        else if (spec.Has('0') && std::isfinite(value))
+            s.insert(body, pad, '0');
+        else
+            s.insert(0, pad, ' ');
+    }
+    for (char c : s) out += T(static_cast<unsigned char>(c));
+    return true;
+}
+
+bool IsFlag(int c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
+bool IsDigit(int c) { return c >= '0' && c <= '9'; }
+bool IsLength(int c) {
+    return c == 'h' || c == 'l' || c == 'L' || c == 'q' || c == 'j' || c == 'z' || c == 't' ||
+           c == 'I' || c == 'w';
+}
+
+// printf over a translated format, with the floating conversions written by kel_num so that
+// the process locale never changes a number. %n is refused, as Windows refuses it.
+template <class T>
+bool Walk(std::basic_string<T>& out, const std::basic_string<T>& f, va_list args) {
+    va_list ap;
+    va_copy(ap, args);
+    bool ok = true;
+    const T* p = f.c_str();
+    while (ok && *p != 0) {
+        if (*p != '%') {
+            out += *p++;
+            continue;
+        }
+        ++p;
+        if (*p == '%') {
+            out += *p++;
+            continue;
+        }
+        Spec<T> spec;
+        while (IsFlag(*p)) spec.flags += *p++;
+        if (*p == '*') {
+            ++p;
+            spec.width = va_arg(ap, int);
+            if (spec.width < 0) {
+                spec.flags += T('-');
+                spec.width = spec.width == INT_MIN ? INT_MAX : -spec.width;
+            }
+        } else {
+            for (; IsDigit(*p); ++p)
+                spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + (*p - '0');
+        }
+        if (*p == '.') {
+            ++p;
+            spec.precision = 0;
+            if (*p == '*') {
+                ++p;
+                spec.precision = va_arg(ap, int);
+                if (spec.precision < 0) spec.precision = -1;
+            } else {
+                for (; IsDigit(*p); ++p) spec.precision = spec.precision * 10 + (*p - '0');
+            }
+        }
+        for (; IsLength(*p); ++p) {
+            // Windows' I64, I32 and bare I (pointer-sized).
+            if (*p == 'I') {
+                if (p[1] == '6' && p[2] == '4') {
+                    spec.length += "ll";
+                    p += 2;
+                } else if (p[1] == '3' && p[2] == '2') {
+                    p += 2;
+                } else {
+                    spec.length += 'z';
+                }
+                continue;
+            }
+            if (*p != 'w') spec.length += static_cast<char>(*p);  // w: wide, for %s/%c only
+        }
+        spec.conv = *p;
+        if (*p != 0) ++p;
+        const std::string& len = spec.length;
+        const bool ll = len == "ll" || len == "q" || len == "L";
+        const std::basic_string<T> c = spec.Rebuilt();
+        switch (spec.conv) {
+            case 'd':
+            case 'i':
+                if (ll)
+                    ok = CallC(out, c, va_arg(ap, long long));
+                else if (len == "l")
+                    ok = CallC(out, c, va_arg(ap, long));
+                else if (len == "j")
+                    ok = CallC(out, c, va_arg(ap, std::intmax_t));
+                else if (len == "z" || len == "t")
+                    ok = CallC(out, c, va_arg(ap, std::ptrdiff_t));
+                else
+                    ok = CallC(out, c, va_arg(ap, int));
+                break;
+            case 'u':
+            case 'o':
+            case 'x':
+            case 'X':
+                if (ll)
+                    ok = CallC(out, c, va_arg(ap, unsigned long long));
+                else if (len == "l")
+                    ok = CallC(out, c, va_arg(ap, unsigned long));
+                else if (len == "j")
+                    ok = CallC(out, c, va_arg(ap, std::uintmax_t));
+                else if (len == "z" || len == "t")
+                    ok = CallC(out, c, va_arg(ap, std::size_t));
+                else
+                    ok = CallC(out, c, va_arg(ap, unsigned int));
+                break;
+            case 'c':
+                ok =
+                    len == "l" ? CallC(out, c, va_arg(ap, wint_t)) : CallC(out, c, va_arg(ap, int));
+                break;
+            case 's':
+                ok = len == "l" ? CallC(out, c, va_arg(ap, const wchar_t*))
+                                : CallC(out, c, va_arg(ap, const char*));
+                break;
+            case 'p':
+                ok = CallC(out, c, va_arg(ap, void*));
+                break;
+            case 'f':
+            case 'F':
+            case 'e':
+            case 'E':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                ok = len == "L" ? FloatText(out, spec, va_arg(ap, long double))
+                                : FloatText(out, spec, va_arg(ap, double));
+                break;
+            default:
+                ok = false;  // %n, an unknown type or a format cut short
+        }
+    }
+    va_end(ap);
+    return ok;
+}
+
+}  // namespace
+
+bool VFormat(std::wstring& out, const wchar_t* fmt, va_list args) {
+    out.clear();
+    if (Walk(out, TranslateFormat(fmt), args)) return true;
     out.clear();
     return false;
 }
 
 bool VFormat(std::string& out, const char* fmt, va_list args) {
-    const std::string f = TranslateFormat(fmt);
-    va_list copy;
-    va_copy(copy, args);
-    const int n = std::vsnprintf(nullptr, 0, f.c_str(), copy);
-    va_end(copy);
-    if (n < 0) {
-        out.clear();
-        return false;
-    }
-    std::vector<char> buf(static_cast<std::size_t>(n) + 1);
-    std::vsnprintf(buf.data(), buf.size(), f.c_str(), args);
-    out.assign(buf.data(), static_cast<std::size_t>(n));
-    return true;
+    out.clear();
+    if (Walk(out, TranslateFormat(fmt), args)) return true;
+    out.clear();
+    return false;
 }
 
 }  // namespace detail

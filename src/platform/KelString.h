@@ -7,8 +7,9 @@
 //
 // Format keeps Windows' meaning of the type characters: in a wide format string `%s` takes a
 // wide string and `%S` a narrow one; in a narrow format string `%s` takes a narrow string and
-// `%S` a wide one (`%c`/`%C` likewise). Formatting does not depend on the process locale as
-// long as the host leaves LC_NUMERIC at "C", which the library never changes.
+// `%S` a wide one (`%c`/`%C` likewise). Numbers never depend on the process locale: the
+// floating conversions (%f %e %g %a) are written by platform/NumText.h, the others take no
+// locale-dependent flag ("%'d" is refused). %n is refused, as Windows refuses it.
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -47,7 +48,7 @@ inline bool IsSpace(wchar_t c) {
 // Rewrites a Windows-style format so that the C library gives it the same meaning.
 KELSCAN_API std::wstring TranslateFormat(const wchar_t* fmt);
 KELSCAN_API std::string TranslateFormat(const char* fmt);
-// vswprintf / vsnprintf into a growing buffer; returns false when the format is invalid.
+// Formats into out; returns false (out empty) when the format is invalid.
 KELSCAN_API bool VFormat(std::wstring& out, const wchar_t* fmt, va_list args);
 KELSCAN_API bool VFormat(std::string& out, const char* fmt, va_list args);
 }  // namespace detail

@@ -29,6 +29,19 @@ std::string Exact(double value);
 // "full precision" columns.
 std::string Full(double value);
 
+// Exponent form with `decimals` places, as printf's "%.*e" in the C locale ("1.500000e+00").
+std::string Sci(double value, int decimals);
+
+// Largest precision Printf takes.
+constexpr int kMaxPrintfPrecision = 4096;
+
+// `value` as printf's floating conversion `conversion` (f F e E g G a A) prints it in the C
+// locale, with `precision` (-1: the conversion's default) and the '#' flag `alternate`; the
+// sign is included ("-" only), flags '+', ' ', '0' and the field width are the caller's. Empty
+// for another conversion or a precision above kMaxPrintfPrecision.
+std::string Printf(double value, char conversion, int precision, bool alternate);
+std::string Printf(long double value, char conversion, int precision, bool alternate);
+
 // Reads one number at text[0..]: optional leading blanks (space, tab), optional '+' or '-',
 // then a decimal or exponent form ("12", "-0.5", "1e-3"); "nan"/"inf" only when allowNonFinite.
 // Never reads hexadecimal floats. On success stores the value, sets *end (when given) to the

@@ -1,13 +1,13 @@
 #include "storage/PointFile.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "platform/File.h"
+#include "platform/NumText.h"
 #include "platform/Trace.h"
+#include "storage/RecordText.h"
 
 namespace {
 
@@ -20,18 +20,7 @@ std::string Text(const kel_text::CKelString& s) {
     return t;
 }
 
-void AppendNumber(std::string& out, double v) {
-    char buf[400];  // "%.6f" of the largest double has 316 characters
-    const int n = std::snprintf(buf, sizeof buf, ",%.6f", v);
-    if (n > 0) out.append(buf, static_cast<std::size_t>(n));
-}
-
-bool ParseNumber(const std::string& s, double& v) {
-    if (s.empty()) return false;
-    char* end = nullptr;
-    v = std::strtod(s.c_str(), &end);
-    return *end == '\0';
-}
+bool ParseNumber(const std::string& s, double& v) { return kel_num::Parse(s, v); }
 
 std::vector<std::string> Split(const std::string& line) {
     std::vector<std::string> f(1);
@@ -56,7 +45,7 @@ int ReadTextLines(const wchar_t* op, const wchar_t* path, std::vector<std::strin
         if (length > kMaxPointFileBytes)
             return KEL_TRACE_ALWAYS(L"%s length > kMaxPointFileBytes", op), 0;
         bytes.resize(static_cast<std::size_t>(length));
-        if (length > 0 && file.Read(&bytes[0], static_cast<UINT>(length)) != length)
+        if (length > 0 && file.ReadAll(&bytes[0], bytes.size()) != bytes.size())
             return KEL_TRACE_ALWAYS(L"%s short read", op), 0;
     } catch (CFileException&) {
         return KEL_TRACE_ALWAYS(L"%s CFileException", op), 0;
@@ -80,7 +69,7 @@ int WriteTextFile(const wchar_t* op, const wchar_t* path, const std::string& byt
     if (path == nullptr || !file.Open(path, CFile::modeCreate | CFile::modeWrite))
         return KEL_TRACE_ALWAYS(L"%s !file.Open(path)", op), 0;
     try {
-        file.Write(bytes.data(), static_cast<UINT>(bytes.size()));
+        file.WriteAll(bytes.data(), bytes.size());
         file.Flush();
         file.Close();
     } catch (CFileException&) {
@@ -122,9 +111,7 @@ int WriteCSVFile(const wchar_t* path, kel_templ::CKelArray<CXYZ, CXYZ&>* pts, in
         for (int i = 0; i < pts->GetSize(); ++i) {
             const CXYZ& p = (*pts)[i];
             out += Text(p.m_name);
-            AppendNumber(out, p.x);
-            AppendNumber(out, p.y);
-            AppendNumber(out, p.z);
+            kel_storage_detail::AppendFixed6(out, {p.x, p.y, p.z});
             if (withCode != 0 && !p.m_code.IsEmpty()) out += "," + Text(p.m_code);
             out += '\n';
         }
@@ -166,8 +153,7 @@ int WriteImcFile(const wchar_t* path, kel_templ::CKelArray<CXYZ, CXYZ&>& pts) {
         std::string out = std::string(kImcMagic) + "," + std::to_string(pts.GetSize()) + "\n";
         for (int i = 0; i < pts.GetSize(); ++i) {
             out += Text(pts[i].m_name);
-            AppendNumber(out, pts[i].x);
-            AppendNumber(out, pts[i].y);
+            kel_storage_detail::AppendFixed6(out, {pts[i].x, pts[i].y});
             out += '\n';
         }
         return WriteTextFile(L"WriteImcFile", path, out);

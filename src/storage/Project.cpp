@@ -7,6 +7,14 @@
 #include "platform/Trace.h"
 #include "storage/PointFile.h"
 
+namespace {
+// Index of the last '\\' or '/' of path (-1: none).
+int LastSeparator(const kel_text::CKelString& path) {
+    const int a = path.ReverseFind(L'\\'), b = path.ReverseFind(L'/');
+    return a > b ? a : b;
+}
+}  // namespace
+
 CProject::CProject(const wchar_t* name) : m_strName(name) {}
 
 int CProject::FilePathMake(const wchar_t* folder) {
@@ -71,7 +79,10 @@ int CProject::Replace(const wchar_t* op, const kel_text::CKelString& current,
 
 int CProject::WriteImcFilePro() {
     const int rc = WriteImcFile(m_strTmpImcPath, m_imgPts);
-    if (rc != 1) return rc;
+    if (rc != 1) {
+        DeleteFileW(m_strTmpImcPath);  // a torn new file would keep its space
+        return rc;
+    }
     return Replace(L"CProject::WriteImcFilePro", m_strImcPath, m_strTmpImcPath, m_strDelImcPath);
 }
 
@@ -79,14 +90,16 @@ int CProject::WriteCSVFilePro(const wchar_t* file, kel_templ::CKelArray<CXYZ, CX
                               int withCode) {
     kel_text::CKelString current = m_strCsvPath, tmp = m_strTmpCsvPath, old = m_strDelCsvPath;
     if (file != nullptr && *file != L'\0') {
-        kel_text::CKelString name;
+        // The temporary names sit beside the file: file may have folders of its own.
         FilePathMakeCSV(file, current);
-        name = current.Mid(m_strFolder.GetLength() + 1);
-        tmp.Format(L"%s\\%s%s", m_strFolder.GetString(), L"tmp_", name.GetString());
-        old.Format(L"%s\\%s%s", m_strFolder.GetString(), L"tmpdel_", name.GetString());
+        const int slash = LastSeparator(current);  // folder\file: always found
+        const kel_text::CKelString dir = current.Left(slash), name = current.Mid(slash + 1);
+        tmp.Format(L"%s\\%s%s", dir.GetString(), L"tmp_", name.GetString());
+        old.Format(L"%s\\%s%s", dir.GetString(), L"tmpdel_", name.GetString());
     }
     const int rc = WriteCSVFile(tmp, pts, withCode);
     if (rc != 1) {
+        DeleteFileW(tmp);
         kel_text::CKelString text;
         text.Format(L"cannot write %s", current.GetString());
         MessagePopup(nullptr, text, L"CProject::WriteCSVFilePro", MB_ICONINFORMATION_STYLE,

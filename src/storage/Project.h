@@ -37,12 +37,14 @@ public:
     int FilePathMakeCamera(const wchar_t* pattern);
 
     // Writes m_imgPts to the image coordinate file by safe replacement. 1; 0 after one trace
-    // line when the write or a rename fails (the current file keeps a complete version).
+    // line when the write or a rename fails (the current file keeps a complete version). A
+    // failed write removes what it left under the "tmp_" name.
     int WriteImcFilePro();
     // Writes pts to a point file by safe replacement: file null or empty names the project's
     // point file, any other file folder\file (".csv" added as FilePathMakeCSV does) with
-    // "tmp_" and "tmpdel_" before its name. withCode is passed to WriteCSVFile. A failed write
-    // also shows a "CProject::WriteCSVFilePro" message. 1, or 0.
+    // "tmp_" and "tmpdel_" before its last component ("sub\pts" gives folder\sub\tmp_pts.csv).
+    // withCode is passed to WriteCSVFile. A failed write also shows a
+    // "CProject::WriteCSVFilePro" message. 1, or 0.
     int WriteCSVFilePro(const wchar_t* file, kel_templ::CKelArray<CXYZ, CXYZ&>* pts, int withCode);
 
     kel_text::CKelString m_strName;              // project name

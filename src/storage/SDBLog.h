@@ -53,7 +53,8 @@ public:
     int Stop();
     // Marks the scan open (footer 0), then writes the header: magic, version, value, name (first
     // 63 characters), the current date and time codes (also returned in date and time) and at
-    // most 32 bytes of text (null: none).
+    // most 32 bytes of text (null: none). Allocates nothing, so it cannot fail for want of
+    // memory (nor can WriteRec).
     int WriteHeader(const kel_text::CKelStringT<wchar_t>& name, int value, long& date, long& time,
                     char* text);
     // Replaces the point slot with pt.

@@ -1,21 +1,22 @@
 #include "storage/SFile.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "platform/Bytes.h"
+#include "platform/NumText.h"
 #include "platform/Trace.h"
+#include "storage/RecordText.h"
 
 namespace {
 
 const char kMagic[] = "SFILE_VER01";
 const wchar_t kTempDB[] = L"\\temp\\temp.DB";
 const wchar_t kDelTempDB[] = L"\\temp\\del_temp.DB";
+const wchar_t kLockDB[] = L"\\temp\\temp.DB.lock";
 // Records per write when many are written at once (64 KiB blocks).
 constexpr int kRecordsPerBlock = 256;
 // Fields of a database text line: name, X, Y, Z, code, value, first text, second text.
@@ -38,19 +39,9 @@ std::string CsvText(const kel_text::CKelString& s) {
     return t;
 }
 
-bool ParseDouble(const std::string& s, double& v) {
-    if (s.empty()) return false;
-    char* end = nullptr;
-    v = std::strtod(s.c_str(), &end);
-    return *end == '\0';
-}
-
 bool ParseInt32(const std::string& s, std::int32_t& v) {
-    if (s.empty()) return false;
-    char* end = nullptr;
-    errno = 0;
-    const long long x = std::strtoll(s.c_str(), &end, 10);
-    if (*end != '\0' || errno != 0 || x < INT32_MIN || x > INT32_MAX) return false;
+    int x = 0;
+    if (!kel_num::ParseInt(s.c_str(), x)) return false;
     v = static_cast<std::int32_t>(x);
     return true;
 }
@@ -70,7 +61,8 @@ bool ParseCsvLine(const char* line, CSPoint& pt) {
     if (f.size() < 4) return false;
     pt.Init();
     pt.m_name = kel_text::SingleByteToWide(f[0].c_str());
-    if (!ParseDouble(f[1], pt.m_X) || !ParseDouble(f[2], pt.m_Y) || !ParseDouble(f[3], pt.m_Z))
+    if (!kel_num::Parse(f[1], pt.m_X) || !kel_num::Parse(f[2], pt.m_Y) ||
+        !kel_num::Parse(f[3], pt.m_Z))
         return false;
     if (f.size() > 4) pt.m_code = kel_text::SingleByteToWide(f[4].c_str());
     if (f.size() > 5 && !ParseInt32(f[5], pt.m_value)) return false;
@@ -150,44 +142,104 @@ void CSFile::WriteRecords(CFile& file, kel_templ::CKelArray<CSPoint, CSPoint&>& 
             std::memcpy(block.data() + static_cast<std::size_t>(i) * kRecordSize, rec.b,
                         kRecordSize);
         }
-        file.Write(block.data(), static_cast<UINT>(count * kRecordSize));
+        file.WriteAll(block.data(), static_cast<std::size_t>(count) * kRecordSize);
         for (int i = 0; i < count; ++i) pts[first + i].m_recNo = n + first + i;
     }
 }
 
+namespace {
+
+// The replacement journal, kept in the lock file: while a replacement is between its renames
+// it holds the path of the database being replaced and a line feed; otherwise it is empty. A
+// journal without its line feed was cut off before any rename and claims nothing.
+bool ReadJournal(CFile& lock, kel_text::CKelString& owner) {
+    const ULONGLONG length = lock.GetLength();
+    if (length == 0 || length > 64 * 1024) return false;
+    std::string text(static_cast<std::size_t>(length), '\0');
+    lock.SeekToBegin();
+    if (lock.ReadAll(&text[0], text.size()) != text.size() || text.back() != '\n') return false;
+    text.pop_back();
+    owner = kel_text::Utf8ToWide(text.c_str());
+    return !owner.IsEmpty();
+}
+
+void WriteJournal(CFile& lock, const wchar_t* owner) {
+    const std::string text = kel_text::WideToUtf8(owner) + "\n";
+    lock.SeekToBegin();
+    lock.WriteAll(text.data(), text.size());
+    lock.Flush();
+}
+
+// Brings the temporary folder back to a clean state (no temp.DB, no del_temp.DB, an empty
+// journal) after a replacement that was cut off or has just ended. A del_temp.DB whose
+// database is missing from its place is the only copy of it and goes back there; one whose
+// database is in place is the old version and goes. One that no journal claims (left by an
+// older program) is kept under a free name. false when the folder could not be cleaned, with
+// the journal kept for the next try.
+bool CleanTemp(CFile& lock) noexcept try {
+    kel_text::CKelString owner;
+    const bool claimed = ReadJournal(lock, owner);
+    if (FileExists(kDelTempDB)) {
+        if (claimed && !FileExists(owner)) {
+            if (!MoveFileW(kDelTempDB, owner)) return false;
+        } else if (claimed) {
+            if (!DeleteFileW(kDelTempDB)) return false;
+        } else {
+            kel_text::CKelString aside;
+            for (int n = 1; aside.IsEmpty() || FileExists(aside); ++n)
+                aside.Format(L"\\temp\\del_temp.%d.DB", n);
+            if (!MoveFileW(kDelTempDB, aside)) return false;
+            KEL_TRACE_ALWAYS(L"CSFile::WriteDB kept an unclaimed %s as %s", kDelTempDB,
+                             aside.GetString());
+        }
+    }
+    if (FileExists(kTempDB) && !DeleteFileW(kTempDB)) return false;
+    if (lock.GetLength() != 0) {
+        lock.SetLength(0);
+        lock.Flush();
+    }
+    return true;
+} catch (CFileException&) {
+    return false;
+} catch (std::bad_alloc&) {
+    return false;
+}
+
+}  // namespace
+
 int CSFile::WriteDB(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&>& pts) {
-    if (path == nullptr || *path == L'\0') return SFILE_BADARG;
-    CreateDirectoryW(L"\\temp", nullptr);
+    if (path == nullptr || *path == L'\0' || std::wcschr(path, L'\n') != nullptr)
+        return SFILE_BADARG;
+    // Every replacement in this device's \temp holds its lock from first to last step, so
+    // the two fixed names are never shared, and first finishes one that was cut off.
+    CLockFile lock;
+    if (!lock.Lock(kLockDB)) return SFILE_IOERR;
+    if (!CleanTemp(lock.File())) return SFILE_IOERR;
+    int rc = SFILE_IOERR;
     try {
         CFile tmp;
-        if (!tmp.Open(kTempDB, CFile::modeCreate | CFile::modeWrite)) return SFILE_IOERR;
-        SHEADERREC h;
-        MakeHeader(h);
-        std::memcpy(h.b + SHEADERREC::kOffValue1, m_header.b + SHEADERREC::kOffValue1, 8);
-        tmp.Write(h.b, SHEADERREC::kSize);
-        WriteRecords(tmp, pts, 1);
-        tmp.Flush();
-        tmp.Close();
+        if (tmp.Open(kTempDB, CFile::modeCreate | CFile::modeWrite)) {
+            SHEADERREC h;
+            MakeHeader(h);
+            std::memcpy(h.b + SHEADERREC::kOffValue1, m_header.b + SHEADERREC::kOffValue1, 8);
+            tmp.Write(h.b, SHEADERREC::kSize);
+            WriteRecords(tmp, pts, 1);
+            tmp.Flush();
+            tmp.Close();
+            // From here until the journal is emptied, a replacement cut off is finished from
+            // the journal alone: temp.DB is complete and durable.
+            WriteJournal(lock.File(), path);
+            if ((!FileExists(path) || MoveFileW(path, kDelTempDB)) && MoveFileW(kTempDB, path))
+                rc = pts.GetSize();
+        }
     } catch (CFileException&) {
-        DeleteFileW(kTempDB);
-        return SFILE_IOERR;
+        rc = SFILE_IOERR;
     } catch (std::bad_alloc&) {
-        DeleteFileW(kTempDB);
-        return SFILE_NOMEM;
+        rc = SFILE_NOMEM;
     }
-    if (FileExists(kDelTempDB)) DeleteFileW(kDelTempDB);
-    const bool hadOld = FileExists(path) != FALSE;
-    if (hadOld && !MoveFileW(path, kDelTempDB)) {
-        DeleteFileW(kTempDB);
-        return SFILE_IOERR;
-    }
-    if (!MoveFileW(kTempDB, path)) {
-        if (hadOld) MoveFileW(kDelTempDB, path);
-        DeleteFileW(kTempDB);
-        return SFILE_IOERR;
-    }
-    if (hadOld) DeleteFileW(kDelTempDB);
-    return pts.GetSize();
+    // Success or not, the old version goes, or goes back in place, and temp.DB goes.
+    if (CleanTemp(lock.File())) lock.Unlock(TRUE);
+    return rc;
 }
 
 long CSFile::GetRecordPos(int n) { return RecordPos(n); }
@@ -411,24 +463,14 @@ int CSFile::WriteCSV(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&
         CFile file;
         if (!file.Open(path, CFile::modeCreate | CFile::modeWrite)) return SFILE_IOERR;
         std::string out;
-        std::vector<char> buf(256);
         for (int i = 0; i < pts->GetSize(); ++i) {
             const CSPoint& p = (*pts)[i];
-            const std::string name = CsvText(p.m_name), code = CsvText(p.m_code);
-            const std::string t1 = CsvText(p.m_text1), t2 = CsvText(p.m_text2);
-            for (;;) {
-                const int n =
-                    std::snprintf(buf.data(), buf.size(), "%s,%.6f,%.6f,%.6f,%s,%d,%s,%s\r\n",
-                                  name.c_str(), p.m_X, p.m_Y, p.m_Z, code.c_str(),
-                                  static_cast<int>(p.m_value), t1.c_str(), t2.c_str());
-                if (n >= 0 && static_cast<std::size_t>(n) < buf.size()) {
-                    out.append(buf.data(), static_cast<std::size_t>(n));
-                    break;
-                }
-                buf.resize(n >= 0 ? static_cast<std::size_t>(n) + 1 : buf.size() * 2);
-            }
+            out += CsvText(p.m_name);
+            kel_storage_detail::AppendFixed6(out, {p.m_X, p.m_Y, p.m_Z});
+            out += ',' + CsvText(p.m_code) + ',' + std::to_string(static_cast<int>(p.m_value)) +
+                   ',' + CsvText(p.m_text1) + ',' + CsvText(p.m_text2) + "\r\n";
         }
-        file.Write(out.data(), static_cast<UINT>(out.size()));
+        file.WriteAll(out.data(), out.size());
         file.Flush();
         file.Close();
         return pts->GetSize();

@@ -5,8 +5,9 @@
 // record numbers never change.
 //
 // Results: -4 (SFILE_NOTOPEN) means no file is open; the other failures are the negative
-// SFILE_RESULT values below. No trace lines are written; GetRecordNo and GetCurrRecordNo send an
-// informational line (level kSFileInfoLevel) through LOGMESSAGE.
+// SFILE_RESULT values below. No trace lines are written (but for WriteDB keeping an unclaimed
+// copy); GetRecordNo and GetCurrRecordNo send an informational line (level kSFileInfoLevel)
+// through LOGMESSAGE.
 //
 // A partial trailing record (left by a process or power failure while a record was appended)
 // is never counted or read: the count is (length - 32) / 256 in whole records. Opening for
@@ -78,9 +79,16 @@ public:
     // set) with the header values of this object into a new database at path, replacing any
     // file there. The new file is written as "\temp\temp.DB"; an existing file at path is moved
     // to "\temp\del_temp.DB" before the new one is moved in and deleted after, so at every
-    // moment path or del_temp.DB holds a complete database. path must be on the same file
-    // system as \temp, and must not be the database open in this object. Returns the number of
-    // records written, or SFILE_IOERR with path untouched.
+    // moment path or del_temp.DB holds a complete database. The whole replacement holds an
+    // exclusive lock on "\temp\temp.DB.lock" (other processes and objects wait), which also
+    // keeps path while the two renames are under way; a replacement that was cut off (killed,
+    // power lost) is finished first: the copy in del_temp.DB goes back to its place when that
+    // is empty. A del_temp.DB that no journal claims is never deleted but kept as
+    // "\temp\del_temp.N.DB" (with one trace line). path must be on the same file system as
+    // \temp, must not be the database open in this object, and should not depend on the
+    // current folder (a later recovery may run from another). Returns the number of records
+    // written, or SFILE_IOERR with path untouched; SFILE_BADARG for an empty path or one with
+    // a line feed.
     int WriteDB(const wchar_t* path, kel_templ::CKelArray<CSPoint, CSPoint&>& pts);
 
     // Offset of record n: ((n - 1) << 8) | 32.

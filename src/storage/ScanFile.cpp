@@ -1,11 +1,11 @@
 #include "storage/ScanFile.h"
 
-#include <cstdio>
 #include <memory>
 #include <new>
 #include <string>
 
 #include "platform/Message.h"
+#include "storage/RecordText.h"
 
 namespace {
 
@@ -20,23 +20,17 @@ void Inform(const wchar_t* caption, const wchar_t* what, const wchar_t* path) {
 
 // One line of p: without extra text in the first or second format, with it in the third.
 std::string FormatLine(const CXYZ& p, const wchar_t* text) {
-    const std::string name = kel_text::WideToSingleByte(p.m_name);
+    std::string line = kel_text::WideToSingleByte(p.m_name);
+    kel_storage_detail::AppendFixed6(line, {p.x, p.y, p.z});
     const std::string code = kel_text::WideToSingleByte(p.m_code);
-    char buf[kLineMax + 1];
-    int n;
-    if (text != nullptr) {
-        n = std::snprintf(buf, sizeof buf, "%s,%.6f,%.6f,%.6f,%s,%d,%s\n", name.c_str(), p.x, p.y,
-                          p.z, code.c_str(), static_cast<int>(p.m_aux[2]),
-                          kel_text::WideToSingleByte(text).c_str());
-    } else if (p.m_code.GetLength() >= 1) {
-        n = std::snprintf(buf, sizeof buf, "%s,%.6f,%.6f,%.6f,%s\n", name.c_str(), p.x, p.y, p.z,
-                          code.c_str());
-    } else {
-        n = std::snprintf(buf, sizeof buf, "%s,%.6f,%.6f,%.6f\n", name.c_str(), p.x, p.y, p.z);
-    }
-    if (n < 0) return std::string();
-    return std::string(
-        buf, static_cast<std::size_t>(n) < kLineMax ? static_cast<std::size_t>(n) : kLineMax);
+    if (text != nullptr)
+        line += ',' + code + ',' + std::to_string(static_cast<int>(p.m_aux[2])) + ',' +
+                kel_text::WideToSingleByte(text);
+    else if (p.m_code.GetLength() >= 1)
+        line += ',' + code;
+    line += '\n';
+    if (line.size() > kLineMax) line.resize(kLineMax);
+    return line;
 }
 
 // The common road of the three ScanFileAdd: open, write the lines, flush, close.
@@ -55,7 +49,7 @@ int AppendLines(const wchar_t* path, Lines lines) {
     }
     try {
         const std::string out = lines();
-        file->Write(out.data(), static_cast<UINT>(out.size()));
+        file->WriteAll(out.data(), out.size());
         file->Flush();
         ScanFileClose(file.get());
     } catch (CFileException&) {

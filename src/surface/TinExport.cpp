@@ -6,16 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/NumText.h"
 #include "platform/Trace.h"
 #include "surface/Tin.h"
 
 namespace {
 
-// Appends v with the export's decimals.
+// Appends v with the export's decimals ('.' whatever the locale).
 void Num(std::string& s, double v, int places = kTinExportDecimals) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.*f", places, v);
-    s += buf;
+    s += kel_num::Fixed(v, places);
 }
 
 // Calls line(number, point) for every used vertex, in vertex order.

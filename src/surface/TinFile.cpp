@@ -33,7 +33,7 @@ bool ReadExact(CFile& file, Bytes& buf, long long n) {
     if (n < 0 || n > Remaining(file)) return false;
     buf.resize(static_cast<std::size_t>(n));
     if (n == 0) return true;
-    return file.Read(buf.data(), static_cast<UINT>(n)) == static_cast<UINT>(n);
+    return file.ReadAll(buf.data(), buf.size()) == buf.size();
 }
 
 bool ReadI32(CFile& file, std::int32_t& v) {
@@ -51,7 +51,7 @@ void WriteI32(CFile& file, std::int32_t v) {
 
 void WriteZeros(CFile& file, int n) {
     const Bytes zeros(static_cast<std::size_t>(n), 0);
-    file.Write(zeros.data(), static_cast<UINT>(n));
+    file.WriteAll(zeros.data(), zeros.size());
 }
 
 void WriteMagic(CFile& file, const char* magic) {
@@ -201,7 +201,7 @@ int CTin::WriteMesh(CFile& file) const {
     kel_bytes::PutI32(b.data(), off, nHull);
     off += 4;
     for (int h = 0; h < nHull; ++h, off += 4) kel_bytes::PutI32(b.data(), off, m_hull[h]);
-    file.Write(b.data(), static_cast<UINT>(b.size()));
+    file.WriteAll(b.data(), b.size());
     return 1;
 }
 
@@ -288,7 +288,7 @@ int CTin::WriteBIN_VER2_SUB(CFile& file) {
         kel_bytes::PutF32(b.data(), 4 + 8 * static_cast<std::size_t>(i), static_cast<float>(m_texU[i]));
         kel_bytes::PutF32(b.data(), 8 + 8 * static_cast<std::size_t>(i), static_cast<float>(m_texV[i]));
     }
-    file.Write(b.data(), static_cast<UINT>(b.size()));
+    file.WriteAll(b.data(), b.size());
     return 1;
 }
 

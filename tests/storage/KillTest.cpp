@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "StorageTestUtil.h"
 #include "common/KelTest.h"
@@ -23,6 +24,7 @@
 using namespace storage_test;
 using kel_text::CKelString;
 using XYZArray = kel_templ::CKelArray<CXYZ, CXYZ&>;
+using PointArray = kel_templ::CKelArray<CSPoint, CSPoint&>;
 
 namespace {
 
@@ -251,6 +253,152 @@ TEST_F(KillTest, DatabaseNeverShowsATornRecordAsLive) {
         }
     }
     RecordProperty("TornTails", torn);
+}
+
+// Version `round` of the database of `owner`: its size and every field follow from both, so
+// a database read back tells whose it is and whether it is complete.
+PointArray DbVersion(int owner, int round) {
+    PointArray a;
+    const int n = 3 + (owner * 5 + round) % 7;
+    for (int j = 0; j < n; ++j) {
+        CSPoint p = ScanPoint(owner * 1000 + round * 10 + j);
+        p.m_name.Format(L"O%dR%dP%d", owner, round, j);
+        a.Add(p);
+    }
+    return a;
+}
+
+// The round of owner's database at path when it holds one complete version of owner's own,
+// else -1 (missing, torn, mixed or someone else's).
+int OwnRound(const wchar_t* path, int owner) {
+    CSFile db;
+    const int records = db.OpenDB(path, SFILE_READ);
+    CSPoint p;
+    if (records < 1 || db.ReadPoint(p, 1) != 1) return -1;
+    int o = -1, round = -1, j = -1;
+    if (std::sscanf(kel_text::WideToUtf8(p.m_name).c_str(), "O%dR%dP%d", &o, &round, &j) != 3 ||
+        o != owner)
+        return -1;
+    PointArray want = DbVersion(owner, round);
+    if (records != want.GetSize()) return -1;
+    for (int n = 1; n <= records; ++n)
+        if (db.ReadPoint(p, n) != n || !SamePoint(p, want[n - 1])) return -1;
+    return round;
+}
+
+// The temporary folder holds nothing after a replacement ran to its end.
+void ExpectCleanTemp() {
+    std::vector<CKelString> left;
+    GetFileEntriesInFolder(L"\\temp", L"*", left);
+    std::string names;
+    for (const CKelString& n : left) names += kel_text::WideToUtf8(n) + " ";
+    EXPECT_EQ(names, "");
+}
+
+CKelString DbPath(int owner) {
+    return kel_text::Utf8ToWide(("\\db" + std::to_string(owner) + ".dbs").c_str());
+}
+
+TEST_F(KillTest, DatabaseReplacementKilledAtAnyStepIsFinishedByTheNext) {
+    CSFile db;
+    PointArray a = DbVersion(1, 0), b = DbVersion(1, 1), other = DbVersion(2, 0);
+    // The file operations of one replacement, counted.
+    ASSERT_EQ(db.WriteDB(L"\\a.dbs", a), a.GetSize());
+    int ops = 0;
+    kel_platform::SetFileFaultHook(
+        [](void* ctx, kel_platform::FileOp, const char*) { return ++*static_cast<int*>(ctx), 0; },
+        &ops);
+    ASSERT_EQ(db.WriteDB(L"\\a.dbs", b), b.GetSize());
+    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    ASSERT_GE(ops, 8);
+    // The child is killed just before operation k (between the renames among them); the next
+    // replacement, of another database of the folder or of the same one, finds what it left.
+    for (int k = 1; k <= ops; ++k) {
+        SCOPED_TRACE("killed before file operation " + std::to_string(k));
+        ASSERT_EQ(db.WriteDB(L"\\a.dbs", a), a.GetSize());
+        const pid_t pid = fork();
+        if (pid == 0) {
+            static int count = 0;
+            count = k;
+            kel_platform::SetFileFaultHook(
+                [](void*, kel_platform::FileOp, const char*) {
+                    if (--count == 0) kill(getpid(), SIGKILL);
+                    return 0;
+                },
+                nullptr);
+            CSFile child;
+            child.WriteDB(L"\\a.dbs", b);
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        if (k % 2 == 1) {
+            ASSERT_EQ(db.WriteDB(L"\\b.dbs", other), other.GetSize());
+            const int round = OwnRound(L"\\a.dbs", 1);
+            EXPECT_TRUE(round == 0 || round == 1) << round;
+            EXPECT_EQ(OwnRound(L"\\b.dbs", 2), 0);
+        } else {
+            ASSERT_EQ(db.WriteDB(L"\\a.dbs", b), b.GetSize());
+            EXPECT_EQ(OwnRound(L"\\a.dbs", 1), 1);
+        }
+        ExpectCleanTemp();
+    }
+    EXPECT_TRUE(Lines().empty());
+}
+
+TEST_F(KillTest, ConcurrentDatabaseReplacementsKeepEachDatabaseItsOwn) {
+    constexpr int kWriters = 4;
+    for (int i = 0; i < kWriters; ++i) {
+        CSFile db;
+        PointArray v = DbVersion(i, 0);
+        ASSERT_EQ(db.WriteDB(DbPath(i), v), v.GetSize());
+    }
+    // Each writer replaces its own database of the folder over and over, all at once.
+    auto writer = [](int i, int rounds) {
+        CSFile db;
+        for (int r = 1; r <= rounds; ++r) {
+            PointArray v = DbVersion(i, r % 50);
+            if (db.WriteDB(DbPath(i), v) != v.GetSize()) _exit(1);
+        }
+        _exit(0);
+    };
+    std::vector<pid_t> pids;
+    for (int i = 0; i < kWriters; ++i) {
+        const pid_t pid = fork();
+        if (pid == 0) writer(i, 8);
+        pids.push_back(pid);
+    }
+    for (pid_t pid : pids) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    for (int i = 0; i < kWriters; ++i) EXPECT_EQ(OwnRound(DbPath(i), i), 8) << i;
+    ExpectCleanTemp();
+
+    // The same, all killed at one random moment: after the next replacement of any database
+    // of the folder, each holds a complete version of its own.
+    std::mt19937 rng(kSeed + 3);
+    std::uniform_int_distribution<long> delay(0, 60000);
+    for (int k = 0; k < 20; ++k) {
+        SCOPED_TRACE("kill " + std::to_string(k) + " seed " + std::to_string(kSeed + 3));
+        pids.clear();
+        for (int i = 0; i < kWriters; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0) writer(i, 1000000);
+            pids.push_back(pid);
+        }
+        usleep(static_cast<useconds_t>(delay(rng)));
+        for (pid_t pid : pids) kill(pid, SIGKILL);
+        for (pid_t pid : pids) waitpid(pid, nullptr, 0);
+        CSFile db;
+        PointArray v = DbVersion(9, k);
+        ASSERT_EQ(db.WriteDB(L"\\other.dbs", v), v.GetSize());
+        for (int i = 0; i < kWriters; ++i) ASSERT_GE(OwnRound(DbPath(i), i), 0) << i;
+        ExpectCleanTemp();
+    }
+    EXPECT_TRUE(Lines().empty());
 }
 
 }  // namespace

@@ -198,19 +198,27 @@ TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
     }
     EXPECT_GE(failures, 4);
 
-    // A failed write shows the message and leaves the current file untouched.
-    FaultPlan first;
-    first.failAt = 1;
+    // A failed write (here: the file is made, its bytes are refused) shows the message, leaves
+    // the current file untouched and removes what it wrote.
+    FaultPlan second;
+    second.failAt = 2;
     ClearLines();
-    kel_platform::SetFileFaultHook(&PlanHook, &first);
+    kel_platform::SetFileFaultHook(&PlanHook, &second);
     EXPECT_EQ(pr.WriteCSVFilePro(L"other", &v2, 1), 0);
     kel_platform::SetFileFaultHook(nullptr, nullptr);
     EXPECT_EQ(
         Messages(),
         (std::vector<std::string>{"CProject::WriteCSVFilePro|cannot write \\Data\\other.csv|64"}));
+    EXPECT_FALSE(FileExists(L"\\Data\\tmp_other.csv"));
     ASSERT_EQ(pr.WriteCSVFilePro(L"other", &v2, 1), 1);
     EXPECT_EQ(File("Data/other.csv"), fresh);
     EXPECT_FALSE(FileExists(L"\\Data\\tmp_other.csv"));
+    // A file in a folder of the project folder: the temporary names sit beside it.
+    ASSERT_TRUE(CreateDirectoryW(L"\\Data\\sub", nullptr));
+    ASSERT_EQ(pr.WriteCSVFilePro(L"sub\\pts", &v2, 1), 1);
+    ASSERT_EQ(pr.WriteCSVFilePro(L"sub\\pts", &v1, 1), 1);
+    EXPECT_EQ(File("Data/sub/pts.csv"), old);
+    EXPECT_FALSE(FileExists(L"\\Data\\sub\\tmp_pts.csv"));
 
     // A replacement cut off between its renames leaves only the old file: the next one puts
     // it back in place before going on, so no moment is without a complete version.
@@ -224,6 +232,12 @@ TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
 
     // The image coordinates go the same way.
     pr.m_imgPts = v2;
+    FaultPlan imc;
+    imc.failAt = 2;
+    kel_platform::SetFileFaultHook(&PlanHook, &imc);
+    EXPECT_EQ(pr.WriteImcFilePro(), 0);
+    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    EXPECT_FALSE(FileExists(pr.m_strTmpImcPath));
     ASSERT_EQ(pr.WriteImcFilePro(), 1);
     XYZArray img;
     ASSERT_EQ(ReadImcFile(pr.m_strImcPath, img), 1);

@@ -1,5 +1,7 @@
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,23 @@
 
 using namespace storage_test;
 using kel_text::CKelString;
+
+// The replaceable global allocator of this test program, which a test can make fail.
+namespace {
+bool g_newFails = false;
+// Every allocation fails while one of these lives.
+struct NoMemory {
+    NoMemory() { g_newFails = true; }
+    ~NoMemory() { g_newFails = false; }
+};
+}  // namespace
+void* operator new(std::size_t n) {
+    void* p = g_newFails ? nullptr : std::malloc(n == 0 ? 1 : n);
+    if (p == nullptr) throw std::bad_alloc();
+    return p;
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -94,11 +113,19 @@ TEST_F(SDBLogTest, SlotsAreGolden) {
     ASSERT_EQ(log.Start(), 0);
     long date = 0, time = 0;
     char text[] = "operator A";
-    ASSERT_EQ(log.WriteHeader(CKelString(L"\\Data\\scan1.dbs"), -5, date, time, text), 0);
+    const CKelString name(L"\\Data\\scan1.dbs");
+    CSPoint p = GoldenPoint();
+    // Header and record need no memory: they are written even when none is left.
+    int header = -9, record = -9;
+    {
+        NoMemory none;
+        header = log.WriteHeader(name, -5, date, time, text);
+        record = log.WriteRec(p);
+    }
+    ASSERT_EQ(header, 0);
+    ASSERT_EQ(record, 0);
     EXPECT_EQ(date, kDateCode);
     EXPECT_EQ(time, kTimeCode);
-    CSPoint p = GoldenPoint();
-    ASSERT_EQ(log.WriteRec(p), 0);
 
     std::vector<std::uint8_t> want(768, 0);
     Put(want, 0, "SDBLOG_VER01");  // 0: magic
