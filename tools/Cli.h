@@ -167,6 +167,10 @@ int WriteOutputFile(const std::string& output, const std::vector<std::string>& i
 int WriteOutputStream(const std::string& output, const std::vector<std::string>& inputs,
                       const std::function<bool(std::ostream& out)>& write);
 
+// A new empty file only this user can read, in the system's temporary folder ("" on failure);
+// the caller removes it.
+std::string PrivateTempFile();
+
 // Where a command's report of what it wrote goes: stdout, or stderr when an output is "-".
 std::ostream& ReportStream(const std::string& output);
 

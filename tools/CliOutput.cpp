@@ -246,6 +246,15 @@ bool CopyToStdout(const std::string& path) {
 
 }  // namespace
 
+std::string PrivateTempFile() {
+    std::error_code ec;
+    std::string name = (fs::temp_directory_path(ec) / "kelscan-XXXXXX").string();
+    const int fd = mkstemp(&name[0]);
+    if (fd < 0) return "";
+    close(fd);
+    return name;
+}
+
 int WriteOutputFile(const std::string& output, const std::vector<std::string>& inputs,
                     const std::function<bool(const std::string& path)>& write) {
     if (const int rc = CheckOutput(output, inputs)) return rc;
