@@ -60,7 +60,7 @@ int ParseBox(const BoxArgs& a, double (&box)[6]) {
     for (int g = 0; g < 2; ++g) {
         const double v = a.dms ? CCalcXYZHV::Angle60To100(box[2 * g], 0) : box[2 * g];
         if (v < 0.0 || v > kMaxZenith)
-            return Fail(std::string(names[g]) + ": zenith angle " + kel_num::Exact(v) +
+            return Fail(std::string(names[g]) + ": zenith angle " + kel_num::Exact(box[2 * g]) +
                         " is outside 0..180 degrees");
     }
     return 0;

@@ -602,6 +602,7 @@ bool EndsWith(const std::string& s, const char* tail) {
 }
 
 int RunExport(const ExportArgs& a) {
+    if (const int rc = kelscan_cli::CheckOutput(a.output, {a.surface})) return rc;
     std::string to = a.to;
     if (to.empty())
         to = EndsWith(a.output, ".ply")   ? "ply"
@@ -638,6 +639,7 @@ struct SvgArgs {
 };
 
 int RunSvg(const SvgArgs& a) {
+    if (const int rc = kelscan_cli::CheckOutput(a.output, {a.surface, a.lines})) return rc;
     SurfaceFile f;
     int index = 0;
     if (const int rc = LoadSurfaces(a.surface, f)) return rc;
