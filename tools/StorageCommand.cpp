@@ -336,7 +336,10 @@ void Setup(CLI::App& app) {
     exp->add_option("-o,--output", other, "The text file to write (- for stdout)")->required();
     exp->callback([]() { SetExit(SdbExport(file, other)); });
     CLI::App* imp = sdb->add_subcommand("import-csv", "Make a database from a text file");
-    imp->add_option("IN", other, "The text file (- reads standard input)")->required();
+    imp->add_option("IN", other,
+                    "Text file, name,north,east,height[,code,value,text1,text2] (m) per line; - "
+                    "reads standard input")
+        ->required();
     imp->add_option("-o,--output", file, "The database to write (replaced safely)")->required();
     imp->add_flag("--force", force, "Replace the database even with no points");
     imp->callback([]() { SetExit(SdbImport(other, file, force)); });
