@@ -303,17 +303,24 @@ int LogStatus(const std::string& given, std::ostream& out) {
 }
 
 int ProjectPaths(const std::string& folder, const std::string& name, const std::string& camera,
-                 std::ostream& out) {
+                 kelscan_cli::Format format) {
+    using kelscan_cli::Value;
     if (name.empty()) return Fail("the project name is empty");
     CProject pr(Wide(name));
     pr.FilePathMake(Wide(folder));
     const int found = pr.FilePathMakeCamera(Wide(camera));
-    out << "imc: " << Utf8(pr.m_strImcPath) << "\ncsv: " << Utf8(pr.m_strCsvPath)
-        << "\ntmp imc: " << Utf8(pr.m_strTmpImcPath) << "\ntmp csv: " << Utf8(pr.m_strTmpCsvPath)
-        << "\nold imc: " << Utf8(pr.m_strDelImcPath) << "\nold csv: " << Utf8(pr.m_strDelCsvPath)
-        << "\nDLT: " << Utf8(pr.m_strDltPath) << "\nbackup: " << Utf8(pr.m_strBkhPath)
-        << "\ncamera: " << (found ? Utf8(pr.m_strCameraPath) : "(no " + camera + " in the folder)")
-        << '\n';
+    kelscan_cli::Report r;
+    r.Add("imc", "", Value::Text(Utf8(pr.m_strImcPath)));
+    r.Add("csv", "", Value::Text(Utf8(pr.m_strCsvPath)));
+    r.Add("tmp_imc", "", Value::Text(Utf8(pr.m_strTmpImcPath)));
+    r.Add("tmp_csv", "", Value::Text(Utf8(pr.m_strTmpCsvPath)));
+    r.Add("old_imc", "", Value::Text(Utf8(pr.m_strDelImcPath)));
+    r.Add("old_csv", "", Value::Text(Utf8(pr.m_strDelCsvPath)));
+    r.Add("dlt", "", Value::Text(Utf8(pr.m_strDltPath)));
+    r.Add("backup", "", Value::Text(Utf8(pr.m_strBkhPath)));
+    r.Add("camera", "", Value::Text(found ? Utf8(pr.m_strCameraPath) : std::string()),
+          found ? "" : "(no " + camera + " in the folder)");
+    kelscan_cli::PrintReport(std::cout, r, format);
     return 0;
 }
 
@@ -363,7 +370,8 @@ void Setup(CLI::App& app) {
         ->required();
     paths->add_option("NAME", name, "Project name")->required();
     paths->add_option("--camera", camera, "Pattern of the camera file")->capture_default_str();
-    paths->callback([]() { SetExit(ProjectPaths(folder, name, camera, std::cout)); });
+    kelscan_cli::AddFormatOption(paths, format);
+    paths->callback([]() { SetExit(ProjectPaths(folder, name, camera, format)); });
 }
 
 int Demo(std::ostream& out, const std::string& dataDir) {

@@ -16,8 +16,15 @@ if(NOT rc EQUAL 0 OR at EQUAL -1)
 endif()
 expect_output("log: ${DATA}/SDB.log\nstate: interrupted (the scan was not ended)\ndatabase: \\Data\\scan.dbs\nvalue: 12\ntext: fine scan 1\nstarted: 2024-03-05 06:07:08.009 UTC (codes 753026,22028009)\nlast point: S008,1020.000000,501.500000,102.000000,WALL,8,H=4.2892,fine scan 1\n"
     log status ${DATA}/SDB.log)
-expect_output("imc: \\Data\\P1.imc\ncsv: \\Data\\P1.csv\ntmp imc: \\Data\\tmp_P1.imc\ntmp csv: \\Data\\tmp_P1.csv\nold imc: \\Data\\tmpdel_P1.imc\nold csv: \\Data\\tmpdel_P1.csv\nDLT: \\Data\\P1.DLT\nbackup: \\Data\\P1.bkh\ncamera: (no *.cam in the folder)\n"
+expect_output("imc: \\Data\\P1.imc\ncsv: \\Data\\P1.csv\ntmp imc: \\Data\\tmp_P1.imc\ntmp csv: \\Data\\tmp_P1.csv\nold imc: \\Data\\tmpdel_P1.imc\nold csv: \\Data\\tmpdel_P1.csv\ndlt: \\Data\\P1.DLT\nbackup: \\Data\\P1.bkh\ncamera: (no *.cam in the folder)\n"
     project paths \\Data P1)
+# json escapes the backslashes; a missing camera is an empty text.
+run_kelscan(out rc err project paths \\Data P1 --format json)
+string(FIND "${out}" "{\n  \"imc\": \"\\\\Data\\\\P1.imc\",\n" at)
+string(FIND "${out}" "\"camera\": \"\"\n}\n" at2)
+if(NOT rc EQUAL 0 OR NOT at EQUAL 0 OR at2 LESS 0)
+    message(FATAL_ERROR "project paths --format json: rc=${rc}\n${out}")
+endif()
 
 file(MAKE_DIRECTORY ${W}/Data)
 file(WRITE ${W}/Data/b.cam "")
