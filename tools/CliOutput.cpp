@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 
 #include "Cli.h"
 #include "platform/NumText.h"
@@ -31,7 +30,7 @@ const CLI::Validator kFiniteNumber(
         double v = 0.0;
         return ParseDouble(text, v) ? std::string() : "\"" + text + "\" is not a finite number";
     },
-    "NUMBER");
+    "");
 
 }  // namespace
 
@@ -40,6 +39,7 @@ CLI::Option* AddNumberOption(CLI::App* app, const std::string& name, double& val
     return app
         ->add_option_function<std::string>(
             name, [&value](const std::string& text) { ParseDouble(text, value); }, description)
+        ->type_name("NUMBER")
         ->check(kFiniteNumber);
 }
 
@@ -54,6 +54,7 @@ CLI::Option* AddNumbersOption(CLI::App* app, const std::string& name, std::vecto
             },
             description)
         ->expected(count)
+        ->type_name("NUMBER")
         ->check(kFiniteNumber);
 }
 
@@ -61,12 +62,15 @@ CLI::Option* AddNumbersOption(CLI::App* app, const std::string& name, std::vecto
 // Reports
 
 CLI::Option* AddFormatOption(CLI::App* app, Format& format) {
-    static const std::map<std::string, Format> kNames{
-        {"text", Format::kText}, {"csv", Format::kCsv}, {"json", Format::kJson}};
     return app
-        ->add_option("--format", format,
-                     "text (for people, the default), csv or json (complete, full precision)")
-        ->transform(CLI::CheckedTransformer(kNames));
+        ->add_option_function<std::string>(
+            "--format",
+            [&format](const std::string& name) {
+                format = name == "csv" ? Format::kCsv : name == "json" ? Format::kJson : Format::kText;
+            },
+            "text (for people, the default), csv or json (complete, full precision)")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"text", "csv", "json"}));
 }
 
 Value Value::Num(double v, int places) {
