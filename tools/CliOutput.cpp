@@ -240,6 +240,16 @@ std::string MakeTempFile(const fs::path& folder, const std::string& stem) {
     return name;
 }
 
+// Flushes a finished file to the disk, so that the rename never puts an empty or partial file
+// in place after a power loss.
+bool SyncFile(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    const bool ok = fsync(fd) == 0;
+    close(fd);
+    return ok;
+}
+
 bool CopyToStdout(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return false;
@@ -272,8 +282,9 @@ int WriteOutputFile(const std::string& output, const std::vector<std::string>& i
     if (ok && toStdout) {
         ok = CopyToStdout(temp);
     } else if (ok) {
-        fs::rename(temp, target, ec);
-        ok = !ec;
+        ok = SyncFile(temp);
+        if (ok) fs::rename(temp, target, ec);
+        ok = ok && !ec;
     }
     fs::remove(temp, ec);
     return ok ? 0 : Fail("cannot write " + output);
