@@ -1,5 +1,4 @@
 // kelscan angles ... and kelscan polygon ...: instrument angles and scan-region polygons.
-#include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -14,6 +13,9 @@ namespace {
 using kelscan_cli::Fail;
 using kelscan_cli::Fixed;
 using kelscan_cli::SetExit;
+
+// Decimals of a packed DDD.MMSS angle: the library packs the seconds with 5 decimals.
+constexpr int kDmsPlaces = 9;
 
 // XYZToHV reports a vertical sight through a message box; the program turns it into its own
 // one-line failure instead of the default "caption: text" line.
@@ -53,19 +55,25 @@ bool ComputeAngles(const CXYZ& station, const std::vector<kelscan_cli::CsvRow>& 
     return ok;
 }
 
-void PrintAngles(std::ostream& out, const std::vector<HvRow>& rows) {
-    out << "name,H_deg,V_deg,H_dddmmss,V_dddmmss\n";
+kelscan_cli::Report AnglesReport(const std::vector<HvRow>& rows) {
+    using kelscan_cli::Value;
+    kelscan_cli::Table t{"targets", {"name", "H_deg", "V_deg", "H_dddmmss", "V_dddmmss"}, {}};
     for (const auto& r : rows)
-        out << r.name << ',' << Fixed(r.h, 6) << ',' << Fixed(r.v, 6) << ','
-            << Fixed(CCalcXYZHV::Angle100To60(r.h, 1), 8) << ','
-            << Fixed(CCalcXYZHV::Angle100To60(r.v, 1), 8) << '\n';
+        t.rows.push_back({Value::Text(r.name), Value::Num(r.h, 6), Value::Num(r.v, 6),
+                          Value::Num(CCalcXYZHV::Angle100To60(r.h, 1), kDmsPlaces),
+                          Value::Num(CCalcXYZHV::Angle100To60(r.v, 1), kDmsPlaces)});
+    kelscan_cli::Report report;
+    report.tables.push_back(t);
+    return report;
 }
 
 // A stations file: the first row is the station, the others are targets (name,north,east,
 // height).
 int ReadStations(const std::string& path, CXYZ& station, std::vector<kelscan_cli::CsvRow>& targets) {
     std::string error;
-    if (!kelscan_cli::ReadCsvRows(path, 3, targets, error)) return Fail(error);
+    const kelscan_cli::CsvShape shape{
+        {3}, kelscan_cli::CsvShape::kOptionalName, "[name,]north,east,height"};
+    if (!kelscan_cli::ReadCsvRows(path, shape, targets, error)) return Fail(error);
     if (targets.size() < 2) return Fail(path + ": need a station row and at least one target");
     const auto& s = targets.front();
     station = CXYZ(s.values[0], s.values[1], s.values[2]);
@@ -85,15 +93,20 @@ void SetupAngles(CLI::App& app) {
         std::vector<double> station, target;
         std::string file;
         double height = 0.0;
+        kelscan_cli::Format format = kelscan_cli::Format::kText;
     };
     static HvArgs hv;
     CLI::App* hvCmd = angles->add_subcommand(
         "hv", "Horizontal angle H and zenith angle V from a station to targets");
-    hvCmd->add_option("--station", hv.station, "Station north east height (m)")->expected(3);
-    hvCmd->add_option("--target", hv.target, "Target north east height (m)")->expected(3);
+    kelscan_cli::AddNumbersOption(hvCmd, "--station", hv.station, 3,
+                                  "Station north east height (m)");
+    kelscan_cli::AddNumbersOption(hvCmd, "--target", hv.target, 3, "Target north east height (m)");
     hvCmd->add_option("--file", hv.file,
-                      "CSV name,north,east,height: first row the station, then the targets");
-    hvCmd->add_option("--height", hv.height, "Instrument height added to the station (m)");
+                      "CSV [name,]north,east,height (m): first row the station, then the "
+                      "targets; - reads standard input");
+    kelscan_cli::AddNumberOption(hvCmd, "--height", hv.height,
+                                 "Instrument height added to the station (m)");
+    kelscan_cli::AddFormatOption(hvCmd, hv.format);
     hvCmd->callback([]() {
         CXYZ station;
         std::vector<kelscan_cli::CsvRow> targets;
@@ -112,13 +125,14 @@ void SetupAngles(CLI::App& app) {
         std::vector<HvRow> rows;
         std::string error;
         if (!ComputeAngles(station, targets, hv.height, rows, error)) return SetExit(Fail(error));
-        PrintAngles(std::cout, rows);
+        kelscan_cli::PrintReport(std::cout, AnglesReport(rows), hv.format);
         SetExit(0);
     });
 
     struct ConvertArgs {
         std::string value, to;
         bool reduce = false;
+        kelscan_cli::Format format = kelscan_cli::Format::kText;
     };
     static ConvertArgs cv;
     CLI::App* cvCmd = angles->add_subcommand(
@@ -128,15 +142,23 @@ void SetupAngles(CLI::App& app) {
         ->required()
         ->check(CLI::IsMember({"dms", "deg"}));
     cvCmd->add_flag("--reduce", cv.reduce, "Reduce into [0, 360) first");
+    kelscan_cli::AddFormatOption(cvCmd, cv.format);
     cvCmd->callback([]() {
         double v = 0.0;
         if (!kelscan_cli::ParseDouble(cv.value, v))
             return SetExit(Fail("\"" + cv.value + "\" is not a number"));
         const int mode = cv.reduce ? 1 : 0;
-        if (cv.to == "dms")
-            std::cout << Fixed(CCalcXYZHV::Angle100To60(v, mode), 8) << '\n';
-        else
-            std::cout << Fixed(CCalcXYZHV::Angle60To100(v, mode), 9) << '\n';
+        const bool toDms = cv.to == "dms";
+        const double out =
+            toDms ? CCalcXYZHV::Angle100To60(v, mode) : CCalcXYZHV::Angle60To100(v, mode);
+        const kelscan_cli::Value value = kelscan_cli::Value::Num(out, 9);
+        if (cv.format == kelscan_cli::Format::kText) {
+            std::cout << Fixed(out, 9) << '\n';
+        } else {
+            kelscan_cli::Report report;
+            report.Add("angle", toDms ? "dddmmss" : "deg", value);
+            kelscan_cli::PrintReport(std::cout, report, cv.format);
+        }
         SetExit(0);
     });
 }
@@ -148,12 +170,14 @@ void SetupPolygon(CLI::App& app) {
     struct InsideArgs {
         std::string file, pointsFile;
         std::vector<std::string> points;
+        kelscan_cli::Format format = kelscan_cli::Format::kText;
     };
     static InsideArgs in;
     CLI::App* inCmd = poly->add_subcommand("inside", "Is each point inside the polygon?");
     inCmd->add_option("polygon", in.file, "Polygon CSV: x,y[,z] per vertex")->required();
-    inCmd->add_option("--point", in.points, "A point X,Y (repeatable)");
-    inCmd->add_option("--points", in.pointsFile, "CSV of points [name,]x,y");
+    inCmd->add_option("--point", in.points, "A point x,y (repeatable)");
+    inCmd->add_option("--points", in.pointsFile, "CSV of points [name,]x,y; - reads standard input");
+    kelscan_cli::AddFormatOption(inCmd, in.format);
     inCmd->callback([]() {
         CPolyline pl;
         if (const int rc = ReadPolygon(in.file, pl)) return SetExit(rc);
@@ -164,23 +188,29 @@ void SetupPolygon(CLI::App& app) {
             double x = 0.0, y = 0.0;
             if (f.size() != 2 || !kelscan_cli::ParseDouble(f[0], x) ||
                 !kelscan_cli::ParseDouble(f[1], y))
-                return SetExit(Fail("--point \"" + text + "\" is not X,Y"));
+                return SetExit(Fail("--point \"" + text + "\" is not x,y"));
             r.values = {x, y};
             pts.push_back(r);
         }
         if (!in.pointsFile.empty()) {
             std::vector<kelscan_cli::CsvRow> more;
             std::string error;
-            if (!kelscan_cli::ReadCsvRows(in.pointsFile, 2, more, error))
+            const kelscan_cli::CsvShape shape{
+                {2}, kelscan_cli::CsvShape::kOptionalName, "[name,]x,y"};
+            if (!kelscan_cli::ReadCsvRows(in.pointsFile, shape, more, error))
                 return SetExit(Fail(error));
             pts.insert(pts.end(), more.begin(), more.end());
         }
         if (pts.empty()) return SetExit(Fail("give --point X,Y or --points FILE"));
-        std::cout << "name,x,y,inside\n";
+        using kelscan_cli::Value;
+        kelscan_cli::Table t{"points", {"name", "x", "y", "inside"}, {}};
         for (const auto& p : pts)
-            std::cout << p.name << ',' << Fixed(p.values[0], 6) << ',' << Fixed(p.values[1], 6)
-                      << ',' << (pl.PtInPolyline(p.values[0], p.values[1]) ? "inside" : "outside")
-                      << '\n';
+            t.rows.push_back(
+                {Value::Text(p.name), Value::Num(p.values[0], 6), Value::Num(p.values[1], 6),
+                 Value::Text(pl.PtInPolyline(p.values[0], p.values[1]) ? "inside" : "outside")});
+        kelscan_cli::Report report;
+        report.tables.push_back(t);
+        kelscan_cli::PrintReport(std::cout, report, in.format);
         SetExit(0);
     });
 
@@ -188,6 +218,7 @@ void SetupPolygon(CLI::App& app) {
         std::string file, kind = "bspline";
         int samples = 4;
         bool open = false;
+        kelscan_cli::Format format = kelscan_cli::Format::kText;
     };
     static SplineArgs sp;
     CLI::App* spCmd = poly->add_subcommand("spline", "Replace a polygon by a sampled curve");
@@ -199,6 +230,7 @@ void SetupPolygon(CLI::App& app) {
         ->check(CLI::Range(1, 10000))
         ->capture_default_str();
     spCmd->add_flag("--open", sp.open, "Treat the chain as open (default: closed)");
+    kelscan_cli::AddFormatOption(spCmd, sp.format);
     spCmd->callback([]() {
         CPolyline pl;
         if (const int rc = ReadPolygon(sp.file, pl)) return SetExit(rc);
@@ -207,11 +239,15 @@ void SetupPolygon(CLI::App& app) {
             pl.Spline(sp.samples);
         else
             pl.CtmlRomSpline(sp.samples);
-        std::cout << "x,y,z\n";
+        using kelscan_cli::Value;
+        kelscan_cli::Table t{"vertices", {"x", "y", "z"}, {}};
         for (int i = 0; i < pl.GetVertexSize(); ++i) {
             const CVertex* v = pl.GetVertex(static_cast<unsigned int>(i));
-            std::cout << Fixed(v->x, 6) << ',' << Fixed(v->y, 6) << ',' << Fixed(v->z, 6) << '\n';
+            t.rows.push_back({Value::Num(v->x, 6), Value::Num(v->y, 6), Value::Num(v->z, 6)});
         }
+        kelscan_cli::Report report;
+        report.tables.push_back(t);
+        kelscan_cli::PrintReport(std::cout, report, sp.format);
         SetExit(0);
     });
 }
@@ -224,7 +260,7 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     std::string error;
     if (!ComputeAngles(station, targets, 1.55, rows, error)) return Fail(error);
     out << "Angles from the station of stations.csv (instrument height 1.55 m):\n";
-    PrintAngles(out, rows);
+    kelscan_cli::PrintReport(out, AnglesReport(rows), kelscan_cli::Format::kText);
 
     CPolyline pl;
     if (const int rc = ReadPolygon(dataDir + "/outline.csv", pl)) return rc;
@@ -236,7 +272,7 @@ int Demo(std::ostream& out, const std::string& dataDir) {
         << Fixed(smooth.GetTotalLengthXY(), 3) << '\n';
     const double probes[][2] = {{300, 250}, {100, 100}, {540, 300}};
     for (const auto& p : probes)
-        out << "  (" << p[0] << ", " << p[1] << ") is "
+        out << "  (" << Fixed(p[0], 0) << ", " << Fixed(p[1], 0) << ") is "
             << (pl.PtInPolyline(p[0], p[1]) ? "inside" : "outside") << " the outline, "
             << (smooth.PtInPolyline(p[0], p[1]) ? "inside" : "outside") << " the smoothed one\n";
     return 0;

@@ -30,6 +30,17 @@ const char* TypeName(SC_IMG_EXT_TYPE t) {
     }
 }
 
+// Whether the JPEG codec module and its entry point can be loaded: a decode failure is the
+// photo's fault only when they can.
+bool CodecModuleLoads() {
+    HMODULE module = nullptr;
+    const bool found =
+        GetLibraryFunction(L"JPEG_LIB.dll", "Create_JpegInterface_ExplicitLoading", &module) !=
+        nullptr;
+    FreeLibraryFunction(module);
+    return found;
+}
+
 // The one line for a loader result; 0 when the load succeeded.
 int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
     switch (rc) {
@@ -38,8 +49,10 @@ int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
             return Fail(photo + ": not a photo (.bmp, .dib, .png, .jpg, .jpe, .jpeg or .jfif)");
         case SC_IMG_ERR_OPEN: return Fail("cannot read " + photo + " as a JPEG");
         case SC_IMG_ERR_DECODE:
-            return Fail(photo + ": cannot decode it (is the JPEG codec module " +
-                        MapModuleName(L"JPEG_LIB.dll") + " installed?)");
+            if (!CodecModuleLoads())
+                return Fail(photo + ": cannot decode it: the JPEG codec module " +
+                            MapModuleName(L"JPEG_LIB.dll") + " is not installed");
+            return Fail(photo + ": cannot decode it (a damaged or cut-short JPEG)");
         default: {
             CFCIMGBitmap probe;
             const bool png = probe.GetFileTypeExt(kel_text::Utf8ToWide(photo.c_str()).GetString()) ==
@@ -155,7 +168,8 @@ bool EndsWithNoCase(const std::string& s, const std::string& tail) {
     return true;
 }
 
-int Info(std::ostream& out, const std::string& photo) {
+int Info(std::ostream& out, const std::string& photo, kelscan_cli::Format format) {
+    using kelscan_cli::Value;
     CFCIMGBitmap full;
     if (const int rc = Load(full, photo, 1)) return rc;
     CFCIMGBitmap rated;
@@ -164,13 +178,17 @@ int Info(std::ostream& out, const std::string& photo) {
     kel_text::CKelString path = kel_text::Utf8ToWide(photo.c_str());
     BITMAP bm;
     full.GetBitmap(&bm);
-    out << "type: " << TypeName(full.GetFileTypeExt(path.GetString())) << '\n'
-        << "size: " << full.GetImageWidth() << " x " << full.GetImageHeight() << '\n'
-        << "bits per pixel: " << bm.bmBitsPixel << '\n'
-        << "grey scale: " << (full.IsGrayScale() ? "yes" : "no") << '\n'
-        << "rate: " << rated.GetRate_Res() << " (shown " << rated.GetImageWidth() << " x "
-        << rated.GetImageHeight() << ")\n"
-        << "bytes needed: " << GetScanningImageFileSize(path) << '\n';
+    kelscan_cli::Report r;
+    r.Add("type", "", Value::Text(TypeName(full.GetFileTypeExt(path.GetString()))));
+    r.Add("width", "px", Value::Int(full.GetImageWidth()));
+    r.Add("height", "px", Value::Int(full.GetImageHeight()));
+    r.Add("bits_per_pixel", "", Value::Int(bm.bmBitsPixel));
+    r.Add("grey_scale", "", Value::Text(full.IsGrayScale() ? "yes" : "no"));
+    r.Add("rate", "", Value::Int(rated.GetRate_Res()),
+          " (shown " + std::to_string(rated.GetImageWidth()) + " x " +
+              std::to_string(rated.GetImageHeight()) + ")");
+    r.Add("bytes_needed", "", Value::Int(static_cast<long long>(GetScanningImageFileSize(path))));
+    kelscan_cli::PrintReport(out, r, format);
     return 0;
 }
 
@@ -199,10 +217,12 @@ int Convert(const ConvertArgs& a) {
     const LONG w = b.width, h = b.height;
     DeleteObject(scaled);
     if (bytes.empty()) return Fail("cannot encode " + a.output);
-    std::ofstream f(a.output, std::ios::binary);
-    if (!f.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) || !(f.flush()))
-        return Fail("cannot write " + a.output);
-    std::cout << a.output << ": " << w << " x " << h << '\n';
+    if (const int rc = kelscan_cli::WriteOutputStream(a.output, {a.photo}, [&](std::ostream& o) {
+            return static_cast<bool>(
+                o.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
+        }))
+        return rc;
+    kelscan_cli::ReportStream(a.output) << a.output << ": " << w << " x " << h << '\n';
     return 0;
 }
 
@@ -211,15 +231,17 @@ void Setup(CLI::App& app) {
     image->require_subcommand(1);
 
     static std::string infoPhoto;
+    static kelscan_cli::Format infoFormat = kelscan_cli::Format::kText;
     CLI::App* info = image->add_subcommand(
         "info", "Type, size, the rate of resolution chosen for it and the bytes it needs");
     info->add_option("photo", infoPhoto, "BMP, DIB, PNG or JPEG file")->required();
-    info->callback([]() { SetExit(Info(std::cout, infoPhoto)); });
+    kelscan_cli::AddFormatOption(info, infoFormat);
+    info->callback([]() { SetExit(Info(std::cout, infoPhoto, infoFormat)); });
 
     static ConvertArgs ca;
     CLI::App* convert = image->add_subcommand("convert", "Write the photo as a 24-bit BMP or a PNG");
     convert->add_option("photo", ca.photo, "BMP, DIB, PNG or JPEG file")->required();
-    convert->add_option("output", ca.output, "Output file, .bmp or .png")->required();
+    convert->add_option("-o,--output", ca.output, "Output file, .bmp or .png")->required();
     convert->add_option("--scale", ca.scale, "Decode a JPEG at 1/scale")
         ->check(CLI::IsMember({1, 2, 4, 8}))
         ->capture_default_str();
@@ -229,7 +251,7 @@ void Setup(CLI::App& app) {
 int Demo(std::ostream& out, const std::string& dataDir) {
     const std::string photo = dataDir + "/photo.jpg";
     out << "photo.jpg as the bitmap holds it:\n";
-    return Info(out, photo);
+    return Info(out, photo, kelscan_cli::Format::kText);
 }
 
 kelscan_cli::CommandRegistrar reg("image", &Setup);

@@ -2,14 +2,12 @@
 // over an angular box or a region, their time estimates, and an SVG drawing of the plan.
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Cli.h"
+#include "platform/NumText.h"
 #include "geometry/CalcXYZHV.h"
 #include "geometry/Polyline.h"
 #include "scanning/CleverFineScan.h"
@@ -21,40 +19,58 @@ using kelscan_cli::Fail;
 using kelscan_cli::Fixed;
 using kelscan_cli::SetExit;
 
-// Above this many targets the fine planner's per-target time (6.4 - 0.00075 N s) is no longer
-// positive, so the estimate means nothing.
+// The fine planner's time is N (6.4 - 0.00075 N) s (plus the set-up): it is largest at
+// N = 6.4 / 0.0015 = 4266.7 and falls for more targets, and above 8533 targets the per-target
+// time is no longer positive, so no estimate is given there.
+constexpr int kMaxRisingTargets = 4266;
 constexpr int kMaxTimedTargets = 8533;
+
+// Zenith angles lie in 0..180 degrees.
+constexpr double kMaxZenith = 180.0;
 
 std::string Clock(int seconds) { return kel_text::WideToUtf8(CCalcXYZHV::ByoToStr(seconds)); }
 
 // The options both planners share.
 struct BoxArgs {
-    std::vector<std::string> start, end, spacing;
+    std::vector<double> start, end, spacing;
     std::string region, svg;
     bool dms = false;
+    kelscan_cli::Format format = kelscan_cli::Format::kText;
 };
 
 void AddBoxOptions(CLI::App* cmd, BoxArgs& a) {
-    cmd->add_option("--start", a.start, "Start V H (degrees)")->expected(2)->required();
-    cmd->add_option("--end", a.end, "End V H (degrees)")->expected(2)->required();
-    cmd->add_option("--spacing", a.spacing, "Spacing DV DH (degrees)")->expected(2)->required();
+    kelscan_cli::AddNumbersOption(cmd, "--start", a.start, 2, "Start V H (degrees)")->required();
+    kelscan_cli::AddNumbersOption(cmd, "--end", a.end, 2, "End V H (degrees)")->required();
+    kelscan_cli::AddNumbersOption(cmd, "--spacing", a.spacing, 2, "Spacing DV DH (degrees)")
+        ->required();
     cmd->add_flag("--dms", a.dms, "Angles and spacing are packed DDD.MMSS");
     cmd->add_option("--region", a.region,
                     "Region CSV, x,y per vertex; its bounding box maps onto the box");
-    cmd->add_option("--svg", a.svg, "Draw the plan into this SVG file");
+    cmd->add_option("-o,--svg", a.svg, "Draw the plan into this SVG file (- for stdout)");
+    kelscan_cli::AddFormatOption(cmd, a.format);
 }
 
-// The box and spacing as numbers: start V, start H, end V, end H, dV, dH.
+// The box and spacing as numbers: start V, start H, end V, end H, dV, dH; zenith angles out of
+// 0..180 are bad input.
 int ParseBox(const BoxArgs& a, double (&box)[6]) {
-    const std::vector<std::string>* groups[] = {&a.start, &a.end, &a.spacing};
-    const char* names[] = {"--start", "--end", "--spacing"};
+    const std::vector<double>* groups[] = {&a.start, &a.end, &a.spacing};
     for (int g = 0; g < 3; ++g)
-        for (int k = 0; k < 2; ++k)
-            if (!kelscan_cli::ParseDouble((*groups[g])[static_cast<std::size_t>(k)],
-                                          box[2 * g + k]))
-                return Fail(std::string(names[g]) + ": \"" +
-                            (*groups[g])[static_cast<std::size_t>(k)] + "\" is not a number");
+        for (int k = 0; k < 2; ++k) box[2 * g + k] = (*groups[g])[static_cast<std::size_t>(k)];
+    const char* names[] = {"--start", "--end"};
+    for (int g = 0; g < 2; ++g) {
+        const double v = a.dms ? CCalcXYZHV::Angle60To100(box[2 * g], 0) : box[2 * g];
+        if (v < 0.0 || v > kMaxZenith)
+            return Fail(std::string(names[g]) + ": zenith angle " + kel_num::Exact(box[2 * g]) +
+                        " is outside 0..180 degrees");
+    }
     return 0;
+}
+
+// A horizontal angle as printed: reduced into [0, 360) (the planners count on past 360 across
+// north).
+kelscan_cli::Value HValue(double h) {
+    CCalcXYZHV::Angle0To360(h);
+    return kelscan_cli::Value::Num(h, 6);
 }
 
 int ReadRegion(const std::string& path, CPolyline& pl) {
@@ -108,9 +124,7 @@ public:
     }
     void Title(const std::string& t) { m_title = t; }
 
-    bool Write(const std::string& path) const {
-        std::ofstream out(path, std::ios::binary);
-        if (!out) return false;
+    bool Write(std::ostream& out) const {
         const double spanH = std::max(m_maxH - m_minH, 1e-9),
                      spanV = std::max(m_maxV - m_minV, 1e-9);
         const double scale = kSize / std::max(spanH, spanV);
@@ -140,7 +154,7 @@ public:
         if (!m_path.empty())
             out << "<circle cx=\"" << X(m_path.front()[0]) << "\" cy=\"" << Y(m_path.front()[1])
                 << "\" r=\"4\" fill=\"none\" stroke=\"#208030\" stroke-width=\"2\"/>\n";
-        out << "<text x=\"" << kMargin << "\" y=\"" << Fixed(height + 10, 0)
+        out << "<text x=\"" << Fixed(kMargin, 0) << "\" y=\"" << Fixed(height + 10, 0)
             << "\" font-family=\"sans-serif\" font-size=\"12\">" << m_title << " (H "
             << Fixed(m_minH, 3) << ".." << Fixed(m_maxH, 3) << " right, V " << Fixed(m_minV, 3)
             << ".." << Fixed(m_maxV, 3) << " down; start circled)</text>\n</svg>\n";
@@ -156,8 +170,16 @@ private:
     std::string m_title;
 };
 
-// Plans the fine scan; the summary lines start with '#', so the output stays a CSV file.
-int RunFine(const BoxArgs& a, int mode, std::ostream& out) {
+// Writes the drawing when --svg was given; 0 or Fail's status.
+int WriteSvg(const BoxArgs& a, const SvgPlan& svg) {
+    if (a.svg.empty()) return 0;
+    return kelscan_cli::WriteOutputStream(a.svg, {a.region},
+                                          [&](std::ostream& o) { return svg.Write(o); });
+}
+
+// Plans the fine scan into report.
+int RunFine(const BoxArgs& a, int mode, kelscan_cli::Report& report) {
+    using kelscan_cli::Value;
     CCleverFineScan fs;
     if (const int rc =
             LoadPlanner(a, fs, [&](double dv, double dh, int u) { fs.SetDVH(dv, dh, u); }))
@@ -171,23 +193,31 @@ int RunFine(const BoxArgs& a, int mode, std::ostream& out) {
                                     CCleverFineScan::INSTRUMENT_HALVEX);
     SvgPlan svg;
     svg.Region(fs);
-    out << "index,H_deg,V_deg\n";
+    kelscan_cli::Table t{"plan", {"index", "H_deg", "V_deg"}, {}};
     double h = 0.0, v = 0.0;
     for (int i = 0; fs.NextPt(h, v) == 1; ++i) {
-        out << i << ',' << Fixed(h, 6) << ',' << Fixed(v, 6) << '\n';
+        t.rows.push_back({Value::Int(i), HValue(h), Value::Num(v, 6)});
         svg.Path(h, v);
     }
-    out << "# targets: " << n << '\n';
-    if (n > kMaxTimedTargets)
-        out << "# time: not estimated (more than " << kMaxTimedTargets << " targets)\n";
-    else
-        out << "# time: " << seconds << " s (" << Clock(seconds) << ")\n";
+    report.Add("targets", "", Value::Int(n));
+    if (n > kMaxTimedTargets) {
+        report.Add("time_warning", "",
+                   Value::Text("not estimated: more than " + std::to_string(kMaxTimedTargets) +
+                               " targets"));
+    } else {
+        report.Add("time", "s", Value::Int(seconds), " (" + Clock(seconds) + ")");
+        if (n > kMaxRisingTargets)
+            report.Add("time_warning", "",
+                       Value::Text("an underestimate: the time formula falls for more than " +
+                                   std::to_string(kMaxRisingTargets) + " targets"));
+    }
+    report.tables.push_back(t);
     svg.Title("fine scan, " + std::to_string(n) + " targets");
-    if (!a.svg.empty() && !svg.Write(a.svg)) return Fail("cannot write " + a.svg);
-    return 0;
+    return WriteSvg(a, svg);
 }
 
-int RunTrack(const BoxArgs& a, int speed, bool quorin, std::ostream& out) {
+int RunTrack(const BoxArgs& a, int speed, bool quorin, kelscan_cli::Report& report) {
+    using kelscan_cli::Value;
     const int maxSpeed = quorin ? CCleverTrkScan::kMaxSpeedQuorin : CCleverTrkScan::kMaxSpeedHalvex;
     if (speed < 1 || speed > maxSpeed)
         return Fail("--speed " + std::to_string(speed) + " is outside 1.." +
@@ -205,22 +235,33 @@ int RunTrack(const BoxArgs& a, int speed, bool quorin, std::ostream& out) {
     const int seconds = ts.CalcTime(quorin);
     SvgPlan svg;
     svg.Region(ts);
-    out << "line,V_deg,start_H_deg,end_H_deg\n";
+    kelscan_cli::Table t{"plan", {"line", "V_deg", "start_H_deg", "end_H_deg"}, {}};
     for (int i = 0; i < n; ++i) {
-        out << i << ',' << Fixed(ts.m_lineV[i], 6) << ',' << Fixed(ts.m_lineStartH[i], 6) << ','
-            << Fixed(ts.m_lineEndH[i], 6) << '\n';
+        t.rows.push_back({Value::Int(i), Value::Num(ts.m_lineV[i], 6), HValue(ts.m_lineStartH[i]),
+                          HValue(ts.m_lineEndH[i])});
         svg.Path(ts.m_lineStartH[i], ts.m_lineV[i]);
         svg.Path(ts.m_lineEndH[i], ts.m_lineV[i]);
         svg.Sweep(ts.m_lineV[i], ts.m_lineStartH[i], ts.m_lineEndH[i]);
     }
     const double rate = quorin ? CCleverTrkScan::DegreesFromSpeed_Quorin(speed)
                                : CCleverTrkScan::DegreesFromSpeed_Halvex(speed);
-    out << "# lines: " << n << ", points: " << ts.m_totalPoints << '\n'
-        << "# time: " << seconds << " s (" << Clock(seconds) << ") at speed " << speed << " ("
-        << Fixed(rate, 6) << " deg/s)\n";
+    report.Add("lines", "", Value::Int(n));
+    report.Add("points", "", Value::Int(ts.m_totalPoints));
+    report.Add("time", "s", Value::Int(seconds), " (" + Clock(seconds) + ")");
+    report.Add("speed", "", Value::Int(speed));
+    report.Add("rate", "deg/s", Value::Num(rate, 6));
+    report.tables.push_back(t);
     svg.Title("tracking scan, " + std::to_string(n) + " lines");
-    if (!a.svg.empty() && !svg.Write(a.svg)) return Fail("cannot write " + a.svg);
-    return 0;
+    return WriteSvg(a, svg);
+}
+
+// Runs a planner and prints its report only when the plan and its drawing succeeded.
+template <class Run>
+void RunAndPrint(const BoxArgs& a, Run run) {
+    kelscan_cli::Report report;
+    const int rc = run(report);
+    if (rc == 0) kelscan_cli::PrintReport(kelscan_cli::ReportStream(a.svg), report, a.format);
+    SetExit(rc);
 }
 
 void Setup(CLI::App& app) {
@@ -238,10 +279,7 @@ void Setup(CLI::App& app) {
         int mode = 0;
         if (!kelscan_cli::ParseInt(fineMode, mode) || (mode != 0 && mode != 1))
             return SetExit(Fail("--mode \"" + fineMode + "\" is not 0 or 1"));
-        std::ostringstream out;
-        const int rc = RunFine(fine, mode, out);
-        if (rc == 0) std::cout << out.str();
-        SetExit(rc);
+        RunAndPrint(fine, [&](kelscan_cli::Report& r) { return RunFine(fine, mode, r); });
     });
 
     static BoxArgs track;
@@ -258,10 +296,9 @@ void Setup(CLI::App& app) {
         int speed = 0;
         if (!kelscan_cli::ParseInt(trackSpeed, speed))
             return SetExit(Fail("--speed \"" + trackSpeed + "\" is not a whole number"));
-        std::ostringstream out;
-        const int rc = RunTrack(track, speed, family == "quorin", out);
-        if (rc == 0) std::cout << out.str();
-        SetExit(rc);
+        RunAndPrint(track, [&](kelscan_cli::Report& r) {
+            return RunTrack(track, speed, family == "quorin", r);
+        });
     });
 }
 

@@ -1,6 +1,7 @@
 // kelscan sdb ..., kelscan log status and kelscan project paths: the scan point database, the
 // scan recovery log and a project's file names.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -29,11 +30,7 @@ std::string Utf8(const wchar_t* s) { return kel_text::WideToUtf8(s); }
 // Text of a point as it is stored (single-byte) shown as UTF-8.
 std::string Shown(const kel_text::CKelString& s) { return Utf8(s); }
 
-std::string Fixed6(double v) {
-    char buf[400];
-    std::snprintf(buf, sizeof buf, "%.6f", v);
-    return buf;
-}
+std::string Fixed6(double v) { return kelscan_cli::Fixed(v, 6); }
 
 // Program paths are host paths; make them absolute so that the library's device-path mapping
 // (relative paths against the current directory) cannot surprise.
@@ -84,7 +81,8 @@ std::string CodeToText(long date, long time) {
     return buf;
 }
 
-int SdbInfo(const std::string& path) {
+int SdbInfo(const std::string& path, kelscan_cli::Format format) {
+    using kelscan_cli::Value;
     CSFile db;
     int records = 0;
     if (const int rc = OpenDatabase(db, path, SFILE_READ, records)) return rc;
@@ -95,12 +93,20 @@ int SdbInfo(const std::string& path) {
     int live = 0;
     for (int i = 0; i < pts.GetSize(); ++i) live += db.IsAliveRecord(pts[i]);
     const std::uintmax_t length = fs::file_size(path);
-    std::cout << "file: " << path << "\nrecords: " << records << "\nlive: " << live
-              << "\ndeleted: " << records - live << "\nheader values: " << header[0] << ','
-              << header[1] << "\nstarted: " << CodeToText(header[0], header[1]) << '\n';
     const std::uintmax_t tail =
         length - CSFile::kHeaderSize - std::uintmax_t(records) * CSFile::kRecordSize;
-    if (tail != 0) std::cout << "torn trailing bytes (ignored): " << tail << '\n';
+    kelscan_cli::Report r;
+    r.Add("file", "", Value::Text(path));
+    r.Add("records", "", Value::Int(records));
+    r.Add("live", "", Value::Int(live));
+    r.Add("deleted", "", Value::Int(records - live));
+    r.Add("header_values", "",
+          Value::Text(std::to_string(header[0]) + "," + std::to_string(header[1])));
+    r.Add("started", "", Value::Text(CodeToText(header[0], header[1])));
+    if (tail != 0 || format != kelscan_cli::Format::kText)
+        r.Add("torn_trailing_bytes", "", Value::Int(static_cast<long long>(tail)),
+              " (ignored)");
+    kelscan_cli::PrintReport(std::cout, r, format);
     return 0;
 }
 
@@ -110,18 +116,29 @@ void PrintPoint(std::ostream& out, const CSPoint& p) {
         << Shown(p.m_text2);
 }
 
-int SdbDump(const std::string& path, std::ostream& out) {
+int SdbDump(const std::string& path, std::ostream& out, kelscan_cli::Format format) {
+    using kelscan_cli::Value;
     CSFile db;
     int records = 0;
     if (const int rc = OpenDatabase(db, path, SFILE_READ, records)) return rc;
     PointArray pts;
     if (const int rc = ReadAll(db, records, path, pts)) return rc;
-    out << "rec,status,name,X,Y,Z,code,value,text1,text2\n";
+    kelscan_cli::Table t{"records",
+                         {"rec", "status", "name", "north_m", "east_m", "height_m", "code", "value",
+                          "text1", "text2"},
+                         {}};
     for (int i = 0; i < pts.GetSize(); ++i) {
-        out << pts[i].m_recNo << ',' << (db.IsAliveRecord(pts[i]) ? "live" : "deleted") << ',';
-        PrintPoint(out, pts[i]);
-        out << '\n';
+        const CSPoint& p = pts[i];
+        t.rows.push_back({Value::Int(p.m_recNo),
+                          Value::Text(db.IsAliveRecord(pts[i]) ? "live" : "deleted"),
+                          Value::Text(Shown(p.m_name)), Value::Num(p.m_X, 6), Value::Num(p.m_Y, 6),
+                          Value::Num(p.m_Z, 6), Value::Text(Shown(p.m_code)),
+                          Value::Int(p.m_value), Value::Text(Shown(p.m_text1)),
+                          Value::Text(Shown(p.m_text2))});
     }
+    kelscan_cli::Report r;
+    r.tables.push_back(t);
+    kelscan_cli::PrintReport(out, r, format);
     return 0;
 }
 
@@ -133,21 +150,70 @@ int SdbExport(const std::string& path, const std::string& csv) {
     if (const int rc = ReadAll(db, records, path, all)) return rc;
     for (int i = 0; i < all.GetSize(); ++i)
         if (db.IsAliveRecord(all[i])) live.Add(all[i]);
-    if (db.WriteCSV(Wide(HostPath(csv)), &live) < 0) return Fail("cannot write " + csv);
-    std::cout << "exported " << live.GetSize() << " live points of " << records << " records to "
-              << csv << '\n';
+    if (const int rc = kelscan_cli::WriteOutputFile(csv, {path}, [&](const std::string& temp) {
+            return db.WriteCSV(Wide(temp), &live) >= 0;
+        }))
+        return rc;
+    kelscan_cli::ReportStream(csv) << "exported " << live.GetSize() << " live points of "
+                                   << records << " records to " << csv << '\n';
     return 0;
 }
 
-int SdbImport(const std::string& csv, const std::string& path) {
+// Checks a database text file line by line (name,north,east,height[,code,value,text1,text2])
+// and copies its point lines, without a header, comments or blank lines, to `copy`; "" or the
+// failure line naming the bad line. `count` gets the number of points.
+std::string CheckPointText(const std::string& csv, const std::string& copy, int& count) {
+    std::vector<std::string> lines;
+    std::string error = kelscan_cli::ReadLines(csv, lines);
+    if (!error.empty()) return error;
+    std::ofstream out(copy, std::ios::binary | std::ios::trunc);
+    bool first = true;
+    count = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const std::size_t lead = lines[i].find_first_not_of(" \t");
+        if (lead == std::string::npos || lines[i][lead] == '#') continue;
+        const auto f = kelscan_cli::SplitCsv(lines[i]);
+        double v = 0.0;
+        int n = 0;
+        const bool header =
+            first && std::none_of(f.begin(), f.end(),
+                                  [&](const std::string& t) { return kelscan_cli::ParseDouble(t, v); });
+        first = false;
+        if (header) continue;
+        const std::string where = csv + ":" + std::to_string(i + 1) + ": ";
+        if (f.size() < 4 || f.size() > 8)
+            return where + "expected name,north,east,height[,code,value,text1,text2], found " +
+                   std::to_string(f.size()) + " fields";
+        for (std::size_t k = 1; k < 4; ++k)
+            if (!kelscan_cli::ParseDouble(f[k], v))
+                return where + "\"" + f[k] + "\" is not a finite number";
+        if (f.size() > 5 && !f[5].empty() && !kelscan_cli::ParseInt(f[5], n))
+            return where + "value \"" + f[5] + "\" is not a whole number";
+        out << lines[i] << '\n';
+        ++count;
+    }
+    out.close();
+    return out ? "" : "cannot write a temporary copy of " + csv;
+}
+
+int SdbImport(const std::string& csv, const std::string& path, bool force) {
+    if (const int rc = kelscan_cli::CheckOutput(path, {csv})) return rc;
+    const std::string copy = kelscan_cli::PrivateTempFile();
+    if (copy.empty()) return Fail("cannot make a temporary file");
+    int count = 0;
+    const std::string error = CheckPointText(csv, copy, count);
     std::error_code ec;
-    if (!fs::is_regular_file(csv, ec)) return Fail("cannot read " + csv);
     CSFile db;
     PointArray pts;
-    const int n = db.ReadCSV(Wide(HostPath(csv)), pts);
+    const int n = error.empty() ? db.ReadCSV(Wide(copy), pts) : 0;
+    fs::remove(copy, ec);
+    if (!error.empty()) return Fail(error);
     if (n == SFILE_BADDATA)
-        return Fail(csv + " has a line that is not name,X,Y,Z[,code,value,text1,text2]");
+        return Fail(csv + " has a line that is not name,north,east,height[,code,value,text1,text2]");
     if (n < 0) return Fail("cannot read " + csv);
+    if (n == 0 && !force && fs::exists(path, ec))
+        return Fail(csv + " holds no points: " + path +
+                    " is left as it is (--force replaces it with an empty database)");
     // The database is written through the device's \temp folder; put that beside the output so
     // the final rename stays on one file system, and remove it again when it is left empty.
     const fs::path out = HostPath(path);
@@ -240,17 +306,24 @@ int LogStatus(const std::string& given, std::ostream& out) {
 }
 
 int ProjectPaths(const std::string& folder, const std::string& name, const std::string& camera,
-                 std::ostream& out) {
+                 kelscan_cli::Format format) {
+    using kelscan_cli::Value;
     if (name.empty()) return Fail("the project name is empty");
     CProject pr(Wide(name));
     pr.FilePathMake(Wide(folder));
     const int found = pr.FilePathMakeCamera(Wide(camera));
-    out << "imc: " << Utf8(pr.m_strImcPath) << "\ncsv: " << Utf8(pr.m_strCsvPath)
-        << "\ntmp imc: " << Utf8(pr.m_strTmpImcPath) << "\ntmp csv: " << Utf8(pr.m_strTmpCsvPath)
-        << "\nold imc: " << Utf8(pr.m_strDelImcPath) << "\nold csv: " << Utf8(pr.m_strDelCsvPath)
-        << "\nDLT: " << Utf8(pr.m_strDltPath) << "\nbackup: " << Utf8(pr.m_strBkhPath)
-        << "\ncamera: " << (found ? Utf8(pr.m_strCameraPath) : "(no " + camera + " in the folder)")
-        << '\n';
+    kelscan_cli::Report r;
+    r.Add("imc", "", Value::Text(Utf8(pr.m_strImcPath)));
+    r.Add("csv", "", Value::Text(Utf8(pr.m_strCsvPath)));
+    r.Add("tmp_imc", "", Value::Text(Utf8(pr.m_strTmpImcPath)));
+    r.Add("tmp_csv", "", Value::Text(Utf8(pr.m_strTmpCsvPath)));
+    r.Add("old_imc", "", Value::Text(Utf8(pr.m_strDelImcPath)));
+    r.Add("old_csv", "", Value::Text(Utf8(pr.m_strDelCsvPath)));
+    r.Add("dlt", "", Value::Text(Utf8(pr.m_strDltPath)));
+    r.Add("backup", "", Value::Text(Utf8(pr.m_strBkhPath)));
+    r.Add("camera", "", Value::Text(found ? Utf8(pr.m_strCameraPath) : std::string()),
+          found ? "" : "(no " + camera + " in the folder)");
+    kelscan_cli::PrintReport(std::cout, r, format);
     return 0;
 }
 
@@ -258,20 +331,28 @@ void Setup(CLI::App& app) {
     CLI::App* sdb = app.add_subcommand("sdb", "Scan point database files");
     sdb->require_subcommand(1);
     static std::string file, other, number;
+    static kelscan_cli::Format format = kelscan_cli::Format::kText;
+    static bool force = false;
     CLI::App* info = sdb->add_subcommand("info", "Record counts and header of a database");
     info->add_option("FILE", file, "The database")->required();
-    info->callback([]() { SetExit(SdbInfo(file)); });
-    CLI::App* dump = sdb->add_subcommand("dump", "Every record as CSV, deleted ones marked");
+    kelscan_cli::AddFormatOption(info, format);
+    info->callback([]() { SetExit(SdbInfo(file, format)); });
+    CLI::App* dump = sdb->add_subcommand("dump", "Every record, deleted ones marked");
     dump->add_option("FILE", file, "The database")->required();
-    dump->callback([]() { SetExit(SdbDump(file, std::cout)); });
+    kelscan_cli::AddFormatOption(dump, format);
+    dump->callback([]() { SetExit(SdbDump(file, std::cout, format)); });
     CLI::App* exp = sdb->add_subcommand("export-csv", "Write the live points to a text file");
     exp->add_option("FILE", file, "The database")->required();
-    exp->add_option("OUT", other, "The text file to write")->required();
+    exp->add_option("-o,--output", other, "The text file to write (- for stdout)")->required();
     exp->callback([]() { SetExit(SdbExport(file, other)); });
     CLI::App* imp = sdb->add_subcommand("import-csv", "Make a database from a text file");
-    imp->add_option("IN", other, "The text file")->required();
-    imp->add_option("FILE", file, "The database to write (replaced safely)")->required();
-    imp->callback([]() { SetExit(SdbImport(other, file)); });
+    imp->add_option("IN", other,
+                    "Text file, name,north,east,height[,code,value,text1,text2] (m) per line; - "
+                    "reads standard input")
+        ->required();
+    imp->add_option("-o,--output", file, "The database to write (replaced safely)")->required();
+    imp->add_flag("--force", force, "Replace the database even with no points");
+    imp->callback([]() { SetExit(SdbImport(other, file, force)); });
     CLI::App* del = sdb->add_subcommand("delete", "Mark record N deleted (it keeps its number)");
     del->add_option("N", number, "Record number, from 1")->required();
     del->add_option("FILE", file, "The database")->required();
@@ -292,12 +373,13 @@ void Setup(CLI::App& app) {
         ->required();
     paths->add_option("NAME", name, "Project name")->required();
     paths->add_option("--camera", camera, "Pattern of the camera file")->capture_default_str();
-    paths->callback([]() { SetExit(ProjectPaths(folder, name, camera, std::cout)); });
+    kelscan_cli::AddFormatOption(paths, format);
+    paths->callback([]() { SetExit(ProjectPaths(folder, name, camera, format)); });
 }
 
 int Demo(std::ostream& out, const std::string& dataDir) {
     out << "Scan point database scan.dbs:\n";
-    if (const int rc = SdbDump(dataDir + "/scan.dbs", out)) return rc;
+    if (const int rc = SdbDump(dataDir + "/scan.dbs", out, kelscan_cli::Format::kText)) return rc;
     out << "\nScan log SDB.log:\n";
     return LogStatus(dataDir + "/SDB.log", out);
 }

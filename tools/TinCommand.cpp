@@ -4,7 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
+#include <cctype>
 #include <fstream>
 #include <future>
 #include <iostream>
@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Cli.h"
+#include "platform/NumText.h"
 #include "geometry/FileName.h"
 #include "geometry/Polyline.h"
 #include "platform/KelString.h"
@@ -118,37 +119,31 @@ private:
 // ---------------------------------------------------------------------------------------------
 // Input files
 
-// One point row: `name,X,Y,Z` (the name may be a number) or `X,Y,Z`.
+// One point row: `name,north,east,height` (the name may be a number) or `north,east,height`;
+// x east and y north as the surface holds them.
 struct PointRow {
     std::string name;
     double x, y, z;
     int line;
 };
 
-std::string NumberText(double v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%.15g", v);
-    return buf;
-}
+std::string NumberText(double v) { return kel_num::Exact(v); }
 
 // Reads the points; "" or the failure message.
 std::string ReadPoints(const std::string& path, std::vector<PointRow>& points) {
     std::vector<kelscan_cli::CsvRow> rows;
     std::string error;
-    if (!kelscan_cli::ReadCsvRows(path, 3, rows, error)) return error;
+    const kelscan_cli::CsvShape shape{
+        {3}, kelscan_cli::CsvShape::kOptionalName, "[name,]north,east,height"};
+    if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return error;
     points.clear();
     points.reserve(rows.size());
-    for (const auto& r : rows) {
-        const std::size_t n = r.values.size();
-        if (n > 4 || (n == 4 && !r.name.empty()))
-            return path + ":" + std::to_string(r.line) + ": expected [name,]X,Y,Z, found " +
-                   std::to_string(n) + " numbers";
-        const std::size_t k = n - 3;  // a numeric name comes first
-        const std::string name = n == 4 ? NumberText(r.values[0]) : r.name;
-        points.push_back({name, r.values[k], r.values[k + 1], r.values[k + 2], r.line});
-    }
+    for (const auto& r : rows) points.push_back({r.name, r.values[1], r.values[0], r.values[2], r.line});
     return "";
 }
+
+// "N north E east" of a point held x east, y north.
+std::string PlanText(double x, double y) { return "N " + Fixed(y, 3) + " E " + Fixed(x, 3); }
 
 // One break-line vertex as read: Z may be missing (then it must be a point of the surface).
 struct BreakVertex {
@@ -161,44 +156,38 @@ struct BreakLineRows {
     std::vector<BreakVertex> v;
 };
 
-// Reads a break-line file: rows `LINE,X,Y[,Z]` (consecutive rows of one LINE form a polyline)
-// and `LINE,X1,Y1,Z1,X2,Y2,Z2` (one segment). "" or the failure message.
+// Reads a break-line file: rows `LINE,north,east[,height]` (consecutive rows of one LINE form a
+// polyline) and `LINE,N1,E1,H1,N2,E2,H2` (one segment). "" or the failure message.
 std::string ReadBreakLines(const std::string& path, std::vector<BreakLineRows>& lines) {
     std::vector<kelscan_cli::CsvRow> rows;
     std::string error;
-    if (!kelscan_cli::ReadCsvRows(path, 2, rows, error)) return error;
+    const kelscan_cli::CsvShape shape{{2, 3, 6}, kelscan_cli::CsvShape::kName,
+                                      "LINE,north,east[,height] or LINE,N1,E1,H1,N2,E2,H2"};
+    if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return error;
     lines.clear();
     bool chainOpen = false;  // the last polyline may take more vertices
+    auto single = [&]() {
+        return path + ":" + std::to_string(lines.back().v[0].line) + ": break line " +
+               lines.back().name + " has a single vertex";
+    };
     for (const auto& r : rows) {
-        const std::string where = path + ":" + std::to_string(r.line) + ": ";
-        std::string name = r.name;
-        std::size_t k = 0;
-        if (name.empty()) name = NumberText(r.values[k++]);  // a numeric line name
-        const std::size_t n = r.values.size() - k;
-        if (n == 6) {
-            BreakLineRows seg{name, {}};
-            seg.v.push_back({r.values[k], r.values[k + 1], r.values[k + 2], true, r.line});
-            seg.v.push_back({r.values[k + 3], r.values[k + 4], r.values[k + 5], true, r.line});
+        const std::vector<double>& f = r.values;
+        if (f.size() == 6) {
+            BreakLineRows seg{r.name, {}};
+            seg.v.push_back({f[1], f[0], f[2], true, r.line});
+            seg.v.push_back({f[4], f[3], f[5], true, r.line});
             lines.push_back(seg);
             chainOpen = false;
             continue;
         }
-        if (n != 2 && n != 3)
-            return where + "expected LINE,X,Y[,Z] or LINE,X1,Y1,Z1,X2,Y2,Z2, found " +
-                   std::to_string(r.values.size()) + " numbers";
-        if (!chainOpen || lines.back().name != name) {
-            if (!lines.empty() && lines.back().v.size() < 2)
-                return path + ":" + std::to_string(lines.back().v[0].line) + ": break line " +
-                       lines.back().name + " has a single vertex";
-            lines.push_back(BreakLineRows{name, {}});
+        if (!chainOpen || lines.back().name != r.name) {
+            if (!lines.empty() && lines.back().v.size() < 2) return single();
+            lines.push_back(BreakLineRows{r.name, {}});
             chainOpen = true;
         }
-        lines.back().v.push_back(
-            {r.values[k], r.values[k + 1], n == 3 ? r.values[k + 2] : 0.0, n == 3, r.line});
+        lines.back().v.push_back({f[1], f[0], f.size() == 3 ? f[2] : 0.0, f.size() == 3, r.line});
     }
-    if (!lines.empty() && lines.back().v.size() < 2)
-        return path + ":" + std::to_string(lines.back().v[0].line) + ": break line " +
-               lines.back().name + " has a single vertex";
+    if (!lines.empty() && lines.back().v.size() < 2) return single();
     return "";
 }
 
@@ -308,9 +297,9 @@ std::string BuildSurface(const std::string& pointsPath, const std::string& lines
             const int v = r.tin.AddPoint(bv.x, bv.y, bv.z);
             if (v == before) {
                 if (!bv.hasZ)
-                    return linesPath + ":" + std::to_string(bv.line) + ": " + Fixed(bv.x, 3) + "," +
-                           Fixed(bv.y, 3) + " of break line " + l.name +
-                           " is no point of the surface: give its Z";
+                    return linesPath + ":" + std::to_string(bv.line) + ": " + PlanText(bv.x, bv.y) +
+                           " of break line " + l.name +
+                           " is no point of the surface: give its height";
                 ++r.nBreakVertices;
             }
             if (prev >= 0 && prev != v && r.tin.AddBreakLine(prev, v))
@@ -336,6 +325,13 @@ std::string BuildSurface(const std::string& pointsPath, const std::string& lines
     return "";
 }
 
+int BoundaryEdges(const CTin& tin) {
+    int n = 0;
+    for (int i = 0; i < tin.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k) n += tin.GetTri(i).nb[k] < 0 ? 1 : 0;
+    return n;
+}
+
 int UsedVertices(const CTin& tin) {
     int nUsed = 0;
     NumberTinVertices(tin, nUsed);
@@ -347,9 +343,9 @@ std::string Plural(int n, const char* one, const char* many) {
 }
 
 std::string RangeText(const CTin& tin) {
-    return "X " + Fixed(tin.m_range[0].x, 3) + " .. " + Fixed(tin.m_range[1].x, 3) + ", Y " +
-           Fixed(tin.m_range[0].y, 3) + " .. " + Fixed(tin.m_range[1].y, 3) + ", Z " +
-           Fixed(tin.m_range[0].z, 3) + " .. " + Fixed(tin.m_range[1].z, 3) + " m";
+    return "north " + Fixed(tin.m_range[0].y, 3) + " .. " + Fixed(tin.m_range[1].y, 3) +
+           ", east " + Fixed(tin.m_range[0].x, 3) + " .. " + Fixed(tin.m_range[1].x, 3) +
+           ", height " + Fixed(tin.m_range[0].z, 3) + " .. " + Fixed(tin.m_range[1].z, 3) + " m";
 }
 
 // The duplicate reports and the summary paragraph of a build (without the sentence on the file).
@@ -358,7 +354,7 @@ std::string Summary(const BuildResult& r, const std::string& pointsPath,
     std::string head;
     for (const auto& d : r.duplicates)
         head += pointsPath + ":" + std::to_string(d.line) + ": skipped " +
-                (d.name.empty() ? "the point" : d.name) + ", same X,Y as line " +
+                (d.name.empty() ? "the point" : d.name) + ", same north,east as line " +
                 std::to_string(d.firstLine) +
                 (d.firstName.empty() ? "" : " (" + d.firstName + ")") + '\n';
     if (r.nDuplicates > kMaxListedDuplicates)
@@ -369,7 +365,7 @@ std::string Summary(const BuildResult& r, const std::string& pointsPath,
         "Read " + Plural(r.rows, "point", "points") + " from " + pointsPath + "; " +
         (r.nDuplicates == 0 ? std::string("no duplicates")
                             : Plural(r.nDuplicates, "duplicate", "duplicates") +
-                                  " (same X,Y within " + Fixed(tin.GetEPS(), 6) + " m) skipped") +
+                                  " (same north,east within " + Fixed(tin.GetEPS(), 6) + " m) skipped") +
         ".";
     if (!linesPath.empty()) {
         p += " " + Plural(r.nBreakLines, "break line", "break lines") + " of " +
@@ -399,30 +395,76 @@ bool WriteSurface(CTin& tin, const std::string& path, int format) {
                         : CTin::WriteBIN_VER2(w.c_str(), tins)) == 1;
 }
 
+// The surface's counts, range and areas as results (csv and json of build and info).
+void AddSurfaceFields(kelscan_cli::Report& report, const CTin& tin) {
+    using kelscan_cli::Value;
+    report.Add("points", "", Value::Int(tin.GetPointSize()));
+    report.Add("points_in_triangles", "", Value::Int(UsedVertices(tin)));
+    report.Add("triangles", "", Value::Int(tin.GetTriSize()));
+    report.Add("hull_vertices", "", Value::Int(tin.GetHull().GetSize()));
+    report.Add("boundary_edges", "", Value::Int(BoundaryEdges(tin)));
+    report.Add("north_min", "m", Value::Num(tin.m_range[0].y, 3));
+    report.Add("north_max", "m", Value::Num(tin.m_range[1].y, 3));
+    report.Add("east_min", "m", Value::Num(tin.m_range[0].x, 3));
+    report.Add("east_max", "m", Value::Num(tin.m_range[1].x, 3));
+    report.Add("height_min", "m", Value::Num(tin.m_range[0].z, 3));
+    report.Add("height_max", "m", Value::Num(tin.m_range[1].z, 3));
+    report.Add("plan_area", "m2", Value::Num(tin.GetPlanArea(), 3));
+    report.Add("slope_area", "m2", Value::Num(tin.GetSlopeArea(), 3));
+}
+
+kelscan_cli::Report BuildReport(const BuildResult& r, const std::string& output, int version) {
+    using kelscan_cli::Value;
+    kelscan_cli::Report report;
+    report.Add("file", "", Value::Text(output));
+    report.Add("file_version", "", Value::Int(version));
+    report.Add("rows_read", "", Value::Int(r.rows));
+    report.Add("duplicates_skipped", "", Value::Int(r.nDuplicates));
+    report.Add("break_lines", "", Value::Int(r.nBreakLines));
+    report.Add("break_line_segments", "", Value::Int(r.nSegments));
+    report.Add("break_line_vertices_added", "", Value::Int(r.nBreakVertices));
+    report.Add("crossing_vertices_added", "", Value::Int(r.nForced));
+    report.Add("segments_not_in_mesh", "", Value::Int(r.nMissing));
+    AddSurfaceFields(report, r.tin);
+    kelscan_cli::Table dup{"duplicates", {"line", "name", "first_line", "first_name"}, {}};
+    for (const auto& d : r.duplicates)
+        dup.rows.push_back({Value::Int(d.line), Value::Text(d.name), Value::Int(d.firstLine),
+                            Value::Text(d.firstName)});
+    report.tables.push_back(dup);
+    return report;
+}
+
 struct BuildArgs {
-    std::string points, output, lines, format = "2", angle = "0", name;
+    std::string points, output, lines, name;
+    int version = 2;
+    double angle = 0.0;
+    kelscan_cli::Format format = kelscan_cli::Format::kText;
 };
 
 int RunBuild(const BuildArgs& a) {
-    int format = 0;
-    double angle = 0.0;
-    if (!kelscan_cli::ParseInt(a.format, format) || format < 0 || format > 2)
-        return Fail("--format \"" + a.format + "\" is not 0, 1 or 2");
-    if (!kelscan_cli::ParseDouble(a.angle, angle) || angle < 0.0 || angle >= 90.0)
-        return Fail("--angle \"" + a.angle + "\" is not an angle from 0 to below 90 degrees");
+    if (a.angle < 0.0 || a.angle >= 90.0)
+        return Fail("--angle " + kel_num::Exact(a.angle) +
+                    " is not an angle from 0 to below 90 degrees");
+    const std::vector<std::string> inputs{a.points, a.lines};
+    if (const int rc = kelscan_cli::CheckOutput(a.output, inputs)) return rc;
     BuildResult r;
     Progress progress(kel_platform::StderrIsTerminal());
-    const std::string error = progress.Run([&]() {
-        std::string e = BuildSurface(a.points, a.lines, angle, r, progress);
-        if (!e.empty()) return e;
-        progress.Phase("writing " + a.output);
-        r.tin.SetName(Wide(a.name.empty() ? Stem(a.output) : a.name).c_str());
-        return WriteSurface(r.tin, a.output, format) ? std::string() : "cannot write " + a.output;
-    });
+    const std::string error =
+        progress.Run([&]() { return BuildSurface(a.points, a.lines, a.angle, r, progress); });
     if (!error.empty()) return Fail(error);
-    std::cout << Summary(r, a.points, a.lines)
-              << Wrap("Wrote " + a.output + " (surface file version " + std::to_string(format) +
-                      ").");
+    const std::string stem = a.output == "-" ? Stem(a.points) : Stem(a.output);
+    r.tin.SetName(Wide(a.name.empty() ? stem : a.name).c_str());
+    if (const int rc = kelscan_cli::WriteOutputFile(
+            a.output, inputs,
+            [&](const std::string& path) { return WriteSurface(r.tin, path, a.version); }))
+        return rc;
+    std::ostream& out = kelscan_cli::ReportStream(a.output);
+    if (a.format != kelscan_cli::Format::kText)
+        kelscan_cli::PrintReport(out, BuildReport(r, a.output, a.version), a.format);
+    else
+        out << Summary(r, a.points, a.lines)
+            << Wrap("Wrote " + a.output + " (surface file version " + std::to_string(a.version) +
+                    ").");
     return 0;
 }
 
@@ -463,16 +505,31 @@ int PickSurface(const std::string& path, const SurfaceFile& f, const std::string
     return 0;
 }
 
-int BoundaryEdges(const CTin& tin) {
-    int n = 0;
-    for (int i = 0; i < tin.GetTriSize(); ++i)
-        for (int k = 0; k < 3; ++k) n += tin.GetTri(i).nb[k] < 0 ? 1 : 0;
-    return n;
-}
-
-int RunInfo(const std::string& path) {
+int RunInfo(const std::string& path, kelscan_cli::Format format) {
     SurfaceFile f;
     if (const int rc = LoadSurfaces(path, f)) return rc;
+    if (format != kelscan_cli::Format::kText) {
+        // One row per surface: the fields of each surface become the columns.
+        using kelscan_cli::Value;
+        kelscan_cli::Report report;
+        report.Add("file", "", Value::Text(path));
+        report.Add("version", "", Value::Int(f.version));
+        kelscan_cli::Table t{"surfaces", {"surface", "name"}, {}};
+        for (int s = 0; s < f.tins.GetSize(); ++s) {
+            kelscan_cli::Report one;
+            AddSurfaceFields(one, f.tins[s]);
+            std::vector<Value> row{Value::Int(s + 1),
+                                   Value::Text(kel_text::WideToUtf8(f.tins[s].GetName().GetString()))};
+            for (const auto& field : one.fields) {
+                if (s == 0) t.columns.push_back(field.key);
+                row.push_back(field.value);
+            }
+            t.rows.push_back(row);
+        }
+        report.tables.push_back(t);
+        kelscan_cli::PrintReport(std::cout, report, format);
+        return 0;
+    }
     std::ostringstream out;
     out << "file: " << path << " (version " << f.version << ", "
         << Plural(f.tins.GetSize(), "surface", "surfaces") << ")\n";
@@ -487,10 +544,10 @@ int RunInfo(const std::string& path) {
             << "\nhull vertices: " << tin.GetHull().GetSize()
             << "\nboundary edges: " << BoundaryEdges(tin) << '\n';
         if (tin.GetPointSize() > 0)
-            out << "X: " << Fixed(tin.m_range[0].x, 3) << " .. " << Fixed(tin.m_range[1].x, 3)
-                << " m\nY: " << Fixed(tin.m_range[0].y, 3) << " .. " << Fixed(tin.m_range[1].y, 3)
-                << " m\nZ: " << Fixed(tin.m_range[0].z, 3) << " .. " << Fixed(tin.m_range[1].z, 3)
-                << " m\n";
+            out << "north: " << Fixed(tin.m_range[0].y, 3) << " .. " << Fixed(tin.m_range[1].y, 3)
+                << " m\neast: " << Fixed(tin.m_range[0].x, 3) << " .. " << Fixed(tin.m_range[1].x, 3)
+                << " m\nheight: " << Fixed(tin.m_range[0].z, 3) << " .. "
+                << Fixed(tin.m_range[1].z, 3) << " m\n";
         out << "plan area: " << Fixed(tin.GetPlanArea(), 3)
             << " m2\nslope area: " << Fixed(tin.GetSlopeArea(), 3) << " m2\n";
     }
@@ -498,46 +555,61 @@ int RunInfo(const std::string& path) {
     return 0;
 }
 
-// "height at X .. Y ..: Z m", or the failure line outside the surface.
-int HeightLine(const CTin& tin, double x, double y, std::string& line) {
-    double z = 0.0;
-    const std::string where = "X " + Fixed(x, 3) + " Y " + Fixed(y, 3);
-    if (!tin.GetHeight(x, y, z)) return Fail(where + " is outside the surface");
-    line = "height at " + where + ": " + Fixed(z, 3) + " m\n";
+// "height at N .. E ..: H m", or the failure line outside the surface.
+int HeightLine(const CTin& tin, double north, double east, std::string& line, double& height) {
+    const std::string where = PlanText(east, north);
+    if (!tin.GetHeight(east, north, height)) return Fail(where + " is outside the surface");
+    line = "height at " + where + ": " + Fixed(height, 3) + " m\n";
     return 0;
 }
 
-int RunHeight(const std::string& path, const std::string& xs, const std::string& ys,
-              const std::string& which) {
-    double x = 0.0, y = 0.0;
-    if (!kelscan_cli::ParseDouble(xs, x)) return Fail("X \"" + xs + "\" is not a number");
-    if (!kelscan_cli::ParseDouble(ys, y)) return Fail("Y \"" + ys + "\" is not a number");
+int RunHeight(const std::string& path, const std::string& ns, const std::string& es,
+              const std::string& which, kelscan_cli::Format format) {
+    double north = 0.0, east = 0.0, height = 0.0;
+    if (!kelscan_cli::ParseDouble(ns, north))
+        return Fail("north \"" + ns + "\" is not a finite number");
+    if (!kelscan_cli::ParseDouble(es, east))
+        return Fail("east \"" + es + "\" is not a finite number");
     SurfaceFile f;
     int index = 0;
     if (const int rc = LoadSurfaces(path, f)) return rc;
     if (const int rc = PickSurface(path, f, which, index)) return rc;
     std::string line;
-    if (const int rc = HeightLine(f.tins[index], x, y, line)) return rc;
-    std::cout << line;
+    if (const int rc = HeightLine(f.tins[index], north, east, line, height)) return rc;
+    if (format == kelscan_cli::Format::kText) {
+        std::cout << line;
+    } else {
+        using kelscan_cli::Value;
+        kelscan_cli::Report report;
+        report.Add("north", "m", Value::Num(north, 3));
+        report.Add("east", "m", Value::Num(east, 3));
+        report.Add("height", "m", Value::Num(height, 3));
+        kelscan_cli::PrintReport(std::cout, report, format);
+    }
     return 0;
 }
 
 struct ExportArgs {
-    std::string surface, ply, obj, landxml, name, which = "1";
+    std::string surface, output, to, name, which = "1";
 };
 
-// Opens path and runs writer on it; 0 or Fail's status.
-template <class Writer>
-int WriteTo(const std::string& path, Writer writer) {
-    std::ofstream out(path, std::ios::binary);
-    if (!out || !writer(out)) return Fail("cannot write " + path);
-    out.close();
-    return out ? 0 : Fail("cannot write " + path);
+bool EndsWith(const std::string& s, const char* tail) {
+    const std::size_t n = std::char_traits<char>::length(tail);
+    if (s.size() < n) return false;
+    for (std::size_t i = 0; i < n; ++i)
+        if (std::tolower(static_cast<unsigned char>(s[s.size() - n + i])) != tail[i]) return false;
+    return true;
 }
 
 int RunExport(const ExportArgs& a) {
-    if (a.ply.empty() && a.obj.empty() && a.landxml.empty())
-        return Fail("tin export: give --ply, --obj or --landxml");
+    if (const int rc = kelscan_cli::CheckOutput(a.output, {a.surface})) return rc;
+    std::string to = a.to;
+    if (to.empty())
+        to = EndsWith(a.output, ".ply")   ? "ply"
+             : EndsWith(a.output, ".obj") ? "obj"
+             : EndsWith(a.output, ".xml") ? "landxml"
+                                          : "";
+    if (to.empty()) return Fail(a.output + ": give --to ply, obj or landxml (or end it in .ply, .obj or .xml)");
     SurfaceFile f;
     int index = 0;
     if (const int rc = LoadSurfaces(a.surface, f)) return rc;
@@ -546,27 +618,19 @@ int RunExport(const ExportArgs& a) {
     const std::string counts = " (" + Plural(UsedVertices(tin), "vertex", "vertices") + ", " +
                                Plural(tin.GetTriSize(), "triangle", "triangles") + ")\n";
     std::string report;
-    if (!a.ply.empty()) {
-        if (const int rc = WriteTo(a.ply, [&](std::ostream& o) { return WriteTinPly(tin, o); }))
-            return rc;
-        report += "wrote " + a.ply + ", PLY" + counts;
-    }
-    if (!a.obj.empty()) {
-        if (const int rc = WriteTo(a.obj, [&](std::ostream& o) { return WriteTinObj(tin, o); }))
-            return rc;
-        report += "wrote " + a.obj + ", OBJ" + counts;
-    }
-    if (!a.landxml.empty()) {
+    const std::string name = a.name.empty() ? Stem(a.surface) : a.name;
+    const int rc = kelscan_cli::WriteOutputStream(a.output, {a.surface}, [&](std::ostream& o) {
+        if (to == "ply") return WriteTinPly(tin, o);
+        if (to == "obj") return WriteTinObj(tin, o);
         SYSTEMTIME now;
         GetLocalTime(&now);
-        const std::string name = a.name.empty() ? Stem(a.surface) : a.name;
-        if (const int rc = WriteTo(a.landxml, [&](std::ostream& o) {
-                return WriteTinLandXml(tin, o, name.c_str(), now);
-            }))
-            return rc;
-        report += "wrote " + a.landxml + ", LandXML 1.2 surface \"" + name + "\"" + counts;
-    }
-    std::cout << report;
+        return WriteTinLandXml(tin, o, name.c_str(), now);
+    });
+    if (rc != 0) return rc;
+    kelscan_cli::ReportStream(a.output)
+        << "wrote " << a.output << ", "
+        << (to == "ply" ? "PLY" : to == "obj" ? "OBJ" : "LandXML 1.2 surface \"" + name + "\"")
+        << counts;
     return 0;
 }
 
@@ -575,6 +639,7 @@ struct SvgArgs {
 };
 
 int RunSvg(const SvgArgs& a) {
+    if (const int rc = kelscan_cli::CheckOutput(a.output, {a.surface, a.lines})) return rc;
     SurfaceFile f;
     int index = 0;
     if (const int rc = LoadSurfaces(a.surface, f)) return rc;
@@ -587,10 +652,11 @@ int RunSvg(const SvgArgs& a) {
         polylines = ToPolylines(lines);
     }
     const CTin& tin = f.tins[index];
-    if (const int rc =
-            WriteTo(a.output, [&](std::ostream& o) { return WriteTinSvg(tin, o, &polylines); }))
+    if (const int rc = kelscan_cli::WriteOutputStream(
+            a.output, {a.surface, a.lines},
+            [&](std::ostream& o) { return WriteTinSvg(tin, o, &polylines); }))
         return rc;
-    std::cout << "wrote " << a.output << " (" << Plural(tin.GetTriSize(), "triangle", "triangles")
+    kelscan_cli::ReportStream(a.output) << "wrote " << a.output << " (" << Plural(tin.GetTriSize(), "triangle", "triangles")
               << ", " << Plural(BoundaryEdges(tin), "boundary edge", "boundary edges") << ", "
               << Plural(polylines.GetSize(), "break line", "break lines") << ")\n";
     return 0;
@@ -605,43 +671,53 @@ void Setup(CLI::App& app) {
     static BuildArgs build;
     CLI::App* b = tin->add_subcommand(
         "build", "Triangulate a CSV file of points (and break lines) into a surface file");
-    b->add_option("points", build.points, "Points CSV: name,X,Y,Z or X,Y,Z per row")->required();
-    b->add_option("-o,--output", build.output, "Surface file to write")->required();
-    b->add_option("--format", build.format, "Surface file version 0, 1 or 2 (default 2)");
-    b->add_option("--angle", build.angle,
-                  "Remove thin boundary triangles with an angle at the boundary up to A degrees");
-    b->add_option("--breaklines", build.lines, "Break-line CSV: LINE,X,Y[,Z] per vertex");
+    b->add_option("points", build.points,
+                  "Points CSV: [name,]north,east,height (m) per row; - reads standard input")
+        ->required();
+    b->add_option("-o,--output", build.output, "Surface file to write (- for stdout)")->required();
+    b->add_option("--file-version", build.version, "Surface file version 0, 1 or 2 (default 2)")
+        ->check(CLI::IsMember({0, 1, 2}));
+    kelscan_cli::AddNumberOption(
+        b, "--angle", build.angle,
+        "Remove thin boundary triangles with an angle at the boundary up to A degrees");
+    b->add_option("--breaklines", build.lines,
+                  "Break-line CSV: LINE,north,east[,height] (m) per vertex");
     b->add_option("--name", build.name,
                   "Surface name stored in versions 1 and 2 (default: file stem)");
+    kelscan_cli::AddFormatOption(b, build.format);
     b->callback([]() { SetExit(RunBuild(build)); });
 
     static std::string infoPath;
+    static kelscan_cli::Format infoFormat = kelscan_cli::Format::kText;
     CLI::App* info = tin->add_subcommand("info", "Counts, range and areas of a surface file");
     info->add_option("surface", infoPath, "Surface file (version 0, 1 or 2)")->required();
-    info->callback([]() { SetExit(RunInfo(infoPath)); });
+    kelscan_cli::AddFormatOption(info, infoFormat);
+    info->callback([]() { SetExit(RunInfo(infoPath, infoFormat)); });
 
-    static std::string heightPath, hx, hy, heightWhich = "1";
-    CLI::App* h = tin->add_subcommand("height", "Height of the surface at X Y");
+    static std::string heightPath, hn, he, heightWhich = "1";
+    static kelscan_cli::Format heightFormat = kelscan_cli::Format::kText;
+    CLI::App* h = tin->add_subcommand("height", "Height of the surface at NORTH EAST");
     h->add_option("surface", heightPath, "Surface file")->required();
-    h->add_option("x", hx, "X (east, m)")->required();
-    h->add_option("y", hy, "Y (north, m)")->required();
+    h->add_option("north", hn, "North (m)")->required();
+    h->add_option("east", he, "East (m)")->required();
     h->add_option("--surface", heightWhich, "Surface number in the file (default 1)");
-    h->callback([]() { SetExit(RunHeight(heightPath, hx, hy, heightWhich)); });
+    kelscan_cli::AddFormatOption(h, heightFormat);
+    h->callback([]() { SetExit(RunHeight(heightPath, hn, he, heightWhich, heightFormat)); });
 
     static ExportArgs ex;
     CLI::App* e = tin->add_subcommand("export", "Write the surface as PLY, OBJ or LandXML 1.2");
     e->add_option("surface", ex.surface, "Surface file")->required();
-    e->add_option("--ply", ex.ply, "ASCII PLY file to write");
-    e->add_option("--obj", ex.obj, "Wavefront OBJ file to write");
-    e->add_option("--landxml", ex.landxml, "LandXML 1.2 file to write");
+    e->add_option("-o,--output", ex.output, "File to write (- for stdout)")->required();
+    e->add_option("--to", ex.to, "ply, obj or landxml (default: from the extension of -o)")
+        ->check(CLI::IsMember({"ply", "obj", "landxml"}));
     e->add_option("--name", ex.name, "Surface name in LandXML (default: file stem)");
     e->add_option("--surface", ex.which, "Surface number in the file (default 1)");
     e->callback([]() { SetExit(RunExport(ex)); });
 
     static SvgArgs svg;
-    CLI::App* s = tin->add_subcommand("svg", "Draw the surface in plan (y up) as SVG");
+    CLI::App* s = tin->add_subcommand("svg", "Draw the surface in plan (north up) as SVG");
     s->add_option("surface", svg.surface, "Surface file")->required();
-    s->add_option("output", svg.output, "SVG file to write")->required();
+    s->add_option("-o,--output", svg.output, "SVG file to write (- for stdout)")->required();
     s->add_option("--breaklines", svg.lines, "Break-line CSV to draw");
     s->add_option("--surface", svg.which, "Surface number in the file (default 1)");
     s->callback([]() { SetExit(RunSvg(svg)); });
@@ -655,10 +731,11 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     if (!error.empty()) return Fail("demo: " + error);
     out << Summary(r, "terrain.csv", "breaklines.csv");
     // The middle of the site's range: inside the surface.
-    const double x = 0.5 * (r.tin.m_range[0].x + r.tin.m_range[1].x);
-    const double y = 0.5 * (r.tin.m_range[0].y + r.tin.m_range[1].y);
+    const double east = 0.5 * (r.tin.m_range[0].x + r.tin.m_range[1].x);
+    const double north = 0.5 * (r.tin.m_range[0].y + r.tin.m_range[1].y);
     std::string line;
-    if (const int rc = HeightLine(r.tin, x, y, line)) return rc;
+    double height = 0.0;
+    if (const int rc = HeightLine(r.tin, north, east, line, height)) return rc;
     out << "Query: " << line;
     return 0;
 }

@@ -1,5 +1,5 @@
 // The kelscan program: one sub-command group per capability of the library.
-#include <cmath>
+#include <clocale>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -65,66 +65,32 @@ int Fail(const std::string& message) {
     return kExitBadInput;
 }
 
-bool ParseDouble(const std::string& text, double& value) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    const double v = std::strtod(text.c_str(), &end);
-    if (end == text.c_str() || *end != '\0' || !std::isfinite(v)) return false;
-    value = v;
-    return true;
-}
-
-bool ParseInt(const std::string& text, int& value) {
-    if (text.empty()) return false;
-    char* end = nullptr;
-    const long v = std::strtol(text.c_str(), &end, 10);
-    if (end == text.c_str() || *end != '\0' || v < -2147483647L - 1 || v > 2147483647L)
-        return false;
-    value = static_cast<int>(v);
-    return true;
-}
-
-std::vector<std::string> SplitCsv(const std::string& line) {
-    std::vector<std::string> fields;
-    std::string cur;
-    auto push = [&]() {
-        const std::size_t a = cur.find_first_not_of(" \t\r\n");
-        const std::size_t b = cur.find_last_not_of(" \t\r\n");
-        fields.push_back(a == std::string::npos ? std::string() : cur.substr(a, b - a + 1));
-        cur.clear();
-    };
-    for (char c : line) {
-        if (c == ',') {
-            push();
-        } else {
-            cur += c;
-        }
-    }
-    push();
-    return fields;
-}
-
-bool ReadLines(const std::string& path, std::vector<std::string>& lines) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    lines.clear();
-    std::string line;
-    while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        lines.push_back(line);
-    }
-    return true;
-}
-
 }  // namespace kelscan_cli
+
+namespace {
+
+// The sub-command where parsing stopped: the last one given on the command line.
+const CLI::App* Deepest(const CLI::App* app) {
+    for (;;) {
+        const auto given = app->get_subcommands();
+        if (given.empty()) return app;
+        app = given.back();
+    }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     using namespace kelscan_cli;
+    // The user's locale for text; every number the program reads or writes goes through
+    // kel_num, which never consults it, so a comma-decimal locale changes no output.
+    std::setlocale(LC_ALL, "");
     kel_trace::SetTraceSink(&ProgramTraceSink, nullptr);
 
     CLI::App app{"kelscan: camera orientation, scan planning, surfaces and scan files for a "
                  "total station with a camera"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("kelscan ") + KELSCAN_VERSION);
     app.add_flag("-v,--verbose", g_verbose, "Also print the library's trace lines on stderr");
 
     std::string dataDir = SampleDataDir();
@@ -152,6 +118,20 @@ int main(int argc, char** argv) {
         return app.exit(e);
     } catch (const CLI::CallForAllHelp& e) {
         return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
+    } catch (const CLI::RequiredError& e) {
+        // A word that names no sub-command is left over where a sub-command is required.
+        const CLI::App* at = Deepest(&app);
+        const auto rest = at->remaining();
+        if (!rest.empty() && !rest.front().empty() && rest.front()[0] != '-') {
+            std::string path;
+            for (const CLI::App* a = at; a != nullptr && a != &app; a = a->get_parent())
+                path = a->get_name() + " " + path;
+            return Fail("unknown command \"" + path + rest.front() + "\" (kelscan " + path +
+                        "--help lists the commands)");
+        }
+        return Fail(e.what());
     } catch (const CLI::ParseError& e) {
         // One line, exit status 2, whatever CLI11's own code would be.
         return Fail(e.what());
