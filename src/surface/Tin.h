@@ -47,6 +47,7 @@ public:
     // Empties name, vertices, triangles, hull, break lines, texture and depth; range to 0,
     // m_iOptim and the batch counter to 0, m_eps to 1e-6.
     void InitData();
+    // Deep copy; when memory runs out, logs its line and leaves this surface empty (InitData).
     void Copy(const CTin& src);
     void SetEPS(double eps);
     double GetEPS() const { return m_eps; }
@@ -54,11 +55,14 @@ public:
     const kel_text::CKelString& GetName() const { return m_name; }
 
     // Index of the first vertex (in index order) whose x and y each lie within m_eps of the
-    // new ones (its z is kept), else the index of the appended point. A cell index makes the
-    // search constant time on average with the same result as the linear search; it assumes
-    // m_point's coordinates are not edited in place between calls.
+    // new ones (its z is kept), else the index of the appended point; -1 when memory runs out
+    // (nothing is appended). A cell index makes the search constant time on average with the
+    // same result as the linear search (see m_point for what callers may not do).
     int AddPoint(double x, double y, double z);
-    // Batch insertion without duplicate test: BeginAddPoint(n), AddPoint2 ... , EndAddPoint.
+    // Batch insertion without duplicate test: BeginAddPoint(n) sizes m_point to n slots,
+    // AddPoint2 fills them in order (appending beyond n) and returns the slot or -1 when memory
+    // runs out, EndAddPoint trims m_point to the points given. A BeginAddPoint that cannot get
+    // n slots logs its line and leaves m_point as it was; the batch then appends.
     void BeginAddPoint(int n);
     int AddPoint2(double x, double y, double z);
     void EndAddPoint();
@@ -83,7 +87,7 @@ public:
     // 1 when the flip of quadrilateral (a, p, b, d) yields two counter-clockwise triangles.
     int CheckSwapTri(int a, int b, int c, int d) const;
 
-    // Appends (v1, v2, v3) unlinked; returns its index or -1.
+    // Appends (v1, v2, v3) unlinked; returns its index, or -1 for a bad index or no memory.
     int AddTri(int v1, int v2, int v3);
     // Deletes a triangle: its neighbours' links to it become -1, and the last triangle moves
     // into its slot (links to the moved triangle are renamed). 1 or 0.
@@ -112,7 +116,8 @@ public:
     // numbered differently.)
     void UseLocateGrid(bool on) { m_locateGrid = on; }
 
-    // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.
+    // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index or no
+    // memory.
     int AddBreakLine(int a, int b);
     // Forces every registered segment into the mesh as a chain of edges: where an edge crosses
     // the segment a vertex is inserted on the segment (z from the segment's ends, linear in
@@ -128,6 +133,8 @@ public:
     double GetAngleXY(int a, int b, int c) const;
 
     // m_range from the vertices of the triangles (all vertices when there is no triangle).
+    // Each of these three returns 1, or 0 when memory runs out (the values are then left as
+    // they were).
     int UpdateTinRange();
     // Depth of every vertex below the highest one: m_range[1].z - z (m).
     int UpdateDepth();
@@ -171,7 +178,13 @@ public:
     int ReadBIN_VER1_SUB(CFile& file);
     int ReadBIN_VER2_SUB(CFile& file);
 
-    kel_templ::CKelArray<CXYZ, CXYZ&> m_point;  // vertices, in insertion order
+    // Vertices, in insertion order. Callers may read them, change z, and append points; they
+    // must not change x or y of a point in place nor remove points other than through this
+    // class: AddPoint's cell index would no longer describe them, and AddPoint could miss an
+    // existing point or return a wrong one. (Every operation of this class that rewrites or
+    // removes points, InitData, Copy, SetEPS and the batch calls included, keeps the index
+    // exact.)
+    kel_templ::CKelArray<CXYZ, CXYZ&> m_point;
     kel_templ::CKelArray<CTri, CTri&> m_tri;    // triangles
     CXYZ m_range[2];                            // min and max corner
     double m_eps;                               // coordinate tolerance (m)
@@ -193,10 +206,14 @@ private:
     int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
                      const kel_templ::CKelArray<int, int>& order, double cx, double cy);
     void ResetCellIndex();
+    void CopyData(const CTin& src);
+    int FindOrAppend(double x, double y, double z);
     std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
     void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
     int SegmentIsEdge(int a, int b) const;
+    // A boundary triangle that DelTriWithAngle removes.
+    bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 
     kel_text::CKelString m_name;
     kel_templ::CKelArray<int, int> m_hull;               // start-triangulation vertices

@@ -279,8 +279,7 @@ int CTin::WriteBIN_VER2_SUB(CFile& file) {
     const int n = m_point.GetSize();
     if (m_texU.GetSize() != n || m_texV.GetSize() != n) {
         // Not computed yet (a mesh built with AddTri, for one): derive them now.
-        UpdateTinRange();
-        UpdateTextureCoord();
+        if (!UpdateTinRange() || !UpdateTextureCoord()) return 0;
     }
     Bytes b(4 + 8 * static_cast<std::size_t>(n));
     kel_bytes::PutI32(b.data(), 0, n);
@@ -313,9 +312,7 @@ int CTin::ReadBIN_VER0(const wchar_t* fname) {
         file.Close();
         if (!ok) return 0;
         ClearTexture();
-        UpdateTinRange();
-        UpdateDepth();
-        return 1;
+        return UpdateTinRange() && UpdateDepth() ? 1 : 0;
     } catch (const CFileException&) {
         file.Abort();
         KEL_TRACE_ALWAYS(L"CTin::ReadBIN_VER0 CFileException");
@@ -335,9 +332,7 @@ int CTin::ReadBIN_VER1_SUB(CFile& file) {
         !ReadExact(file, reserved, kReservedBytes))
         return 0;
     ClearTexture();
-    UpdateTinRange();
-    UpdateDepth();
-    return 1;
+    return UpdateTinRange() && UpdateDepth() ? 1 : 0;
 }
 
 int CTin::ReadBIN_VER2_SUB(CFile& file) {
@@ -353,9 +348,7 @@ int CTin::ReadBIN_VER2_SUB(CFile& file) {
         m_texU[i] = kel_bytes::GetF32(b.data(), 8 * static_cast<std::size_t>(i));
         m_texV[i] = kel_bytes::GetF32(b.data(), 8 * static_cast<std::size_t>(i) + 4);
     }
-    UpdateTinRange();
-    UpdateDepth();
-    return 1;
+    return UpdateTinRange() && UpdateDepth() ? 1 : 0;
 }
 
 int CTin::ReadBIN_VER1(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins) {
