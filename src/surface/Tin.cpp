@@ -14,6 +14,7 @@
 
 using kel_tin::CLocateGrid;
 using kel_tin::CrossOf;
+using kel_tin::FixedBit;
 using kel_tin::Next;
 using kel_tin::Prefetch;
 using kel_tin::Prev;
@@ -298,11 +299,7 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
             const CXYZ& B = *v[Next(k)];
             const double cr = crs[k];
             if (std::fabs(cr) <= m_eps) {
-                if ((std::fabs(x - A.x) <= m_eps && std::fabs(y - A.y) <= m_eps) ||
-                    (std::fabs(x - B.x) <= m_eps && std::fabs(y - B.y) <= m_eps)) {
-                    status = 1;
-                    return cur;
-                }
+                // (A coincident vertex was found above.)
                 const double dxa = x - A.x, dya = y - A.y;
                 const double dxb = B.x - x, dyb = B.y - y;
                 const double ex = B.x - A.x, ey = B.y - A.y;
@@ -343,6 +340,9 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
 }
 
 namespace {
+// Bit `from` of flag moved to bit `to`.
+inline std::int32_t MoveBit(std::int32_t flag, int from, int to) { return ((flag >> from) & 1) << to; }
+
 // Redirects the link of triangle q that named `from` to `to` (q may be -1).
 inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
     if (q < 0) return;
@@ -367,18 +367,26 @@ inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int
     B.nb[ne2] = t1;
     A.nb[Prev(e1)] = outerB;
     B.nb[e2] = outerA;
+    // Break-line marks go with their edges: b - d to A's slot Prev(e1), a - p to B's slot e2;
+    // the new diagonal is not one (the old one was not, or it would not be flipped).
+    const std::int32_t fa = A.flag, fb = B.flag;
+    if (((fa | fb) & kel_tin::kFixedBits) != 0) {
+        A.flag = (fa & ~(FixedBit(Prev(e1)) | FixedBit(e1))) | MoveBit(fb, ne2, Prev(e1));
+        B.flag = (fb & ~(FixedBit(e2) | FixedBit(ne2))) | MoveBit(fa, e1, e2);
+    }
     Relink(tri, outerB, t2, t1);
     Relink(tri, outerA, t1, t2);
 }
 
-void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2) {
+void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2,
+            std::int32_t flag = 0) {
     t.v[0] = v0;
     t.v[1] = v1;
     t.v[2] = v2;
     t.nb[0] = n0;
     t.nb[1] = n1;
     t.nb[2] = n2;
-    t.flag = 0;
+    t.flag = flag;
 }
 }  // namespace
 
@@ -387,15 +395,31 @@ void CTin::DivideTriInside(int pt, int& ntri, int t) {
     const int a = old.v[0], b = old.v[1], c = old.v[2];
     const int q0 = old.nb[0], q1 = old.nb[1], q2 = old.nb[2];
     const int t1 = ntri, t2 = ntri + 1;
-    SetTri(m_tri[t], pt, a, b, t1, t2, q1);
-    SetTri(m_tri[t1], pt, b, c, t2, t, q2);
-    SetTri(m_tri[t2], pt, c, a, t, t1, q0);
+    // Each old edge (and its break-line mark) becomes slot 2 of a new triangle.
+    SetTri(m_tri[t], pt, a, b, t1, t2, q1, MoveBit(old.flag, 1, 2));
+    SetTri(m_tri[t1], pt, b, c, t2, t, q2, MoveBit(old.flag, 2, 2));
+    SetTri(m_tri[t2], pt, c, a, t, t1, q0, MoveBit(old.flag, 0, 2));
     Relink(m_tri, q0, t, t2);
     Relink(m_tri, q2, t, t1);
     ntri += 2;
     Optimization(t, 0);
     Optimization(t1, 0);
     Optimization(t2, 0);
+}
+
+void CTin::SplitOnBoundary(int pt, int& ntri, int t, int side) {
+    const CTri old = m_tri[t];
+    const int a = old.v[side], b = old.v[Next(side)], c = old.v[Prev(side)];
+    const int qbc = old.nb[Prev(side)], qca = old.nb[side];
+    const int t1 = ntri;
+    // Both halves of a split break-line edge stay break-line edges.
+    const std::int32_t ab = (old.flag >> Next(side)) & 1;
+    SetTri(m_tri[t], pt, b, c, t1, -1, qbc, MoveBit(old.flag, Prev(side), 2) | ab << 1);
+    SetTri(m_tri[t1], pt, c, a, -1, t, qca, MoveBit(old.flag, side, 2) | ab);
+    Relink(m_tri, qca, t, t1);
+    ntri += 1;
+    Optimization(t, 0);
+    Optimization(t1, 0);
 }
 
 void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
@@ -406,24 +430,26 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
     const int qbc = old.nb[Prev(side)], qca = old.nb[side];
     const int t1 = ntri;
     if (n < 0) {
-        SetTri(m_tri[t], pt, b, c, t1, -1, qbc);
-        SetTri(m_tri[t1], pt, c, a, -1, t, qca);
-        Relink(m_tri, qca, t, t1);
-        ntri += 1;
-        Optimization(t, 0);
-        Optimization(t1, 0);
+        SplitOnBoundary(pt, ntri, t, side);
         return;
     }
     const CTri on = m_tri[n];
-    int i = SlotOf(on.nb, t);
-    if (i >= 3) i = 0;  // broken links cannot come from the splits; keep the mesh addressable
+    const int i = SlotOf(on.nb, t);
+    if (i >= 3) {
+        // n does not name t back (a mesh edited by hand): split t alone, as on the boundary,
+        // and leave n as it is; t's halves face no triangle across the split edge.
+        KEL_TRACE_ALWAYS(L"CTin::DivideTriOnSide i >= 3");
+        SplitOnBoundary(pt, ntri, t, side);
+        return;
+    }
     const int d = on.v[Next(i)];
     const int qad = on.nb[Next(i)], qdb = on.nb[Prev(i)];
     const int t2 = ntri + 1;
-    SetTri(m_tri[t], pt, b, c, t1, t2, qbc);
-    SetTri(m_tri[t1], pt, c, a, n, t, qca);
-    SetTri(m_tri[n], pt, a, d, t2, t1, qad);
-    SetTri(m_tri[t2], pt, d, b, t, n, qdb);
+    const std::int32_t ab = (old.flag >> Next(side)) & 1;
+    SetTri(m_tri[t], pt, b, c, t1, t2, qbc, MoveBit(old.flag, Prev(side), 2) | ab << 1);
+    SetTri(m_tri[t1], pt, c, a, n, t, qca, MoveBit(old.flag, side, 2) | ab);
+    SetTri(m_tri[n], pt, a, d, t2, t1, qad, MoveBit(on.flag, Next(i), 2) | ab << 1);
+    SetTri(m_tri[t2], pt, d, b, t, n, qdb, MoveBit(on.flag, Prev(i), 2) | ab);
     Relink(m_tri, qca, t, t1);
     Relink(m_tri, qdb, n, t2);
     ntri += 2;
@@ -467,7 +493,7 @@ void CTin::Optimization(int t, int e) {
             CTri& tt = tri[t];
             const int pe = Prev(e);
             n = tt.nb[pe];
-            if (n >= 0) {
+            if (n >= 0 && (tt.flag & FixedBit(pe)) == 0) {  // a break-line edge stays
                 if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
                 CTri& nn = tri[n];
                 i = SlotOf(nn.nb, t);
@@ -476,9 +502,8 @@ void CTin::Optimization(int t, int e) {
                 } else {
                     const int a = tt.v[pe], p = tt.v[e], b = tt.v[Next(e)];
                     const int d = nn.v[Next(i)];
-                    if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
-                        static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
-                        (void)m_point[-1];  // a vertex out of range: fatal
+                    for (int v : {a, p, b, d})
+                        if (static_cast<unsigned>(v) >= nPt) (void)m_point[v];  // fatal
                     flipped = OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
                               FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]);
                 }
@@ -522,6 +547,10 @@ int CTin::SwapTri(int t1, int e1, int t2, int e2) {
         return 0;
     }
     const CTri& A = m_tri[t1];
+    if ((A.flag & FixedBit(Prev(e1))) != 0) {
+        KEL_TRACE_ALWAYS(L"CTin::SwapTri (A.flag & FixedBit(Prev(e1))) != 0");
+        return 0;
+    }
     const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
     const int d = m_tri[t2].v[Next(e2)];
     for (int v : {a, p, b, d}) (void)m_point[v];

@@ -28,7 +28,9 @@ public:
     struct alignas(32) CTri {
         std::int32_t v[3];
         std::int32_t nb[3];
-        std::int32_t flag;  // selection and state bits; not stored in the surface files
+        // Bits 0 to 2: the edge of that slot is a break-line edge (see BreakLine); the other
+        // bits are free. Not stored in the surface files.
+        std::int32_t flag;
     };
     // One registered break-line segment: two vertex indices.
     struct CBreakLine {
@@ -119,15 +121,23 @@ public:
     // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index or no
     // memory.
     int AddBreakLine(int a, int b);
-    // Forces every registered segment into the mesh as a chain of edges: where an edge crosses
-    // the segment a vertex is inserted on the segment (z from the segment's ends, linear in
-    // XY) until every piece of the segment is an edge or kMaxBreakLineRounds pass. The mesh
-    // stays Delaunay (a conforming triangulation). 1; 0 with < 3 vertices, no triangle, or
-    // when a segment could not be recovered.
+    // Forces every registered segment, in order, into the mesh as a chain of edges, walking
+    // from its first vertex to its second: where an edge crosses the segment a vertex is
+    // inserted there, on the segment, with the height of the segment (linear in XY between its
+    // ends), so heights along a break line are linear between its vertices. Where the segment
+    // crosses an earlier break line the vertex takes the earlier line's height instead (the
+    // two cannot both hold; the line registered first stays linear). A vertex within m_eps of
+    // the segment joins the chain with its own height. The edges of the chains are marked in
+    // the triangles' flag words and no later flip (Optimization, SwapTri) removes them, so
+    // the mesh is Delaunay except across break lines (a constrained triangulation), and
+    // DelTriWithAngle keeps the triangles that hold them on the boundary. 1; 0 with < 3
+    // vertices or no triangle, and 0 with "CTin::BreakLine segment s (a - b) not recovered"
+    // when a segment could not be forced in (its end outside the mesh, say).
     int BreakLine();
     // Deletes boundary triangles in which an XY angle at an end of a boundary edge is at most
-    // angle (degrees); mode 1 only triangles with one boundary edge, mode 0 also two. Passes
-    // repeat until nothing is deleted. Returns 1.
+    // angle (degrees); mode 1 only triangles with one boundary edge, mode 0 also two; never a
+    // triangle whose boundary edge is a break-line edge. Passes repeat until nothing is
+    // deleted. 1, or 0 when memory runs out.
     int DelTriWithAngle(double angle, int mode);
     // XY angle (degrees, 0..180) at vertex b between the rays to a and to c.
     double GetAngleXY(int a, int b, int c) const;
@@ -192,8 +202,6 @@ public:
     int m_iOptim;                               // current Optimization depth
     CPolyline m_boundary;                       // outer boundary drawn by the host
 
-    static constexpr int kMaxBreakLineRounds = 64;  // insertion rounds per break-line segment
-
 private:
     // Blocks shared by the file layouts.
     int WriteMesh(CFile& file) const;
@@ -206,12 +214,22 @@ private:
     int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
                      const kel_templ::CKelArray<int, int>& order, double cx, double cy);
     void ResetCellIndex();
+    // DivideTriOnSide's split of t alone into two (an edge without a neighbour).
+    void SplitOnBoundary(int pt, int& ntri, int tri, int side);
     void CopyData(const CTin& src);
     int FindOrAppend(double x, double y, double z);
     std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
     void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
-    int SegmentIsEdge(int a, int b) const;
+    // Break lines: the corner of t at vertex v (3 for none); the triangulated vertex at v's
+    // place (v, or the vertex within m_eps that kept v out) and a triangle round it, or -1;
+    // the triangles round u, from t0 which has it as a corner; marks the edge u - v of the
+    // triangles round u (0 when it is no edge); forces segment s in, tri a walk start.
+    int CornerOf(int t, int v) const;
+    int MeshVertex(int v, int& tri) const;
+    void StarOf(int u, int t0, std::vector<int>& star) const;
+    int FixEdge(int u, int v, int tri);
+    int ForceSegment(int s, int& tri);
     // A boundary triangle that DelTriWithAngle removes.
     bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 

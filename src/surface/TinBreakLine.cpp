@@ -31,12 +31,146 @@ int CTin::AddBreakLine(int a, int b) {
     return 1;
 }
 
-int CTin::SegmentIsEdge(int a, int b) const {
-    for (int i = 0; i < m_tri.GetSize(); ++i) {
-        const CTri& t = m_tri[i];
-        for (int k = 0; k < 3; ++k)
-            if ((t.v[k] == a && t.v[Next(k)] == b) || (t.v[k] == b && t.v[Next(k)] == a))
-                return 1;
+int CTin::CornerOf(int t, int v) const {
+    const CTri& tr = m_tri[t];
+    return tr.v[0] == v ? 0 : tr.v[1] == v ? 1 : tr.v[2] == v ? 2 : 3;
+}
+
+int CTin::MeshVertex(int v, int& tri) const {
+    int status = 0, side = 0;
+    const CXYZ& p = m_point[v];
+    const int t = FindTri(tri, p.x, p.y, status, side);
+    if (t >= 0 && status == 1) {
+        // The corner that made the status: v itself, or the vertex that kept v out.
+        const CTri& tr = m_tri[t];
+        for (int k = 0; k < 3; ++k) {
+            const CXYZ& q = m_point[tr.v[k]];
+            if (std::fabs(q.x - p.x) <= m_eps && std::fabs(q.y - p.y) <= m_eps) {
+                tri = t;
+                return tr.v[k];
+            }
+        }
+    }
+    for (int i = 0; i < m_tri.GetSize(); ++i)  // the walk failed (a mesh edited by hand)
+        if (CornerOf(i, v) < 3) {
+            tri = i;
+            return v;
+        }
+    return -1;
+}
+
+void CTin::StarOf(int u, int t0, std::vector<int>& star) const {
+    star.clear();
+    const int limit = m_tri.GetSize();
+    // Counter-clockwise around u (across the edge v[j-1] - u) until the ring closes or meets
+    // the boundary; on the boundary, also clockwise from t0.
+    int t = t0;
+    do {
+        star.push_back(t);
+        t = m_tri[t].nb[CornerOf(t, u)];
+    } while (t >= 0 && t != t0 && CornerOf(t, u) < 3 && static_cast<int>(star.size()) < limit);
+    if (t >= 0) return;
+    t = m_tri[t0].nb[Next(CornerOf(t0, u))];
+    while (t >= 0 && t != t0 && CornerOf(t, u) < 3 && static_cast<int>(star.size()) < limit) {
+        star.push_back(t);
+        t = m_tri[t].nb[Next(CornerOf(t, u))];
+    }
+}
+
+int CTin::FixEdge(int u, int v, int tri) {
+    std::vector<int> star;
+    StarOf(u, tri, star);
+    for (int t : star) {
+        const int j = CornerOf(t, u);
+        // Slot Next(j) is the edge u - v[j+1], slot j the edge v[j-1] - u.
+        const int k = m_tri[t].v[Next(j)] == v ? Next(j) : m_tri[t].v[Prev(j)] == v ? j : 3;
+        if (k == 3) continue;
+        m_tri[t].flag |= kel_tin::FixedBit(k);
+        const int n = m_tri[t].nb[k];
+        if (n >= 0) {
+            const int back = kel_tin::SlotOf(m_tri[n].nb, t);
+            if (back < 3) m_tri[n].flag |= kel_tin::FixedBit(back);
+        }
+        return 1;
+    }
+    return 0;
+}
+
+int CTin::ForceSegment(int s, int& tri) {
+    const int a = m_breakLine[s].v[0], b = m_breakLine[s].v[1];
+    int u = MeshVertex(a, tri);
+    const int w = MeshVertex(b, tri);
+    if (u < 0 || w < 0) return 0;
+    if (u == w) return 1;  // both ends at one spot: nothing to force
+    MeshVertex(u, tri);  // a triangle round u
+    // New vertices lie on the line from a to b and take their height from it.
+    const CXYZ A(m_point[a].x, m_point[a].y, m_point[a].z);
+    const double ex = m_point[b].x - A.x, ey = m_point[b].y - A.y, dz = m_point[b].z - A.z;
+    const double len2 = ex * ex + ey * ey;
+    const double len = std::sqrt(len2);
+    auto along = [&](const CXYZ& p) { return ((p.x - A.x) * ex + (p.y - A.y) * ey) / len2; };
+    std::vector<int> star;
+    // Each step reaches a vertex further along the segment; each inserted vertex splits an edge
+    // that crossed the rest of the segment, and the flips after it add edges at that vertex
+    // only, so the steps are bounded by the crossings.
+    for (int step = 0; step <= m_point.GetSize() + m_tri.GetSize(); ++step) {
+        StarOf(u, tri, star);
+        const CXYZ U = m_point[u], W = m_point[w];
+        const double tu = along(U);
+        int next = -1, cross = -1, corner = 0;
+        for (int t : star) {
+            const int j = CornerOf(t, u);
+            const int p = m_tri[t].v[Next(j)], q = m_tri[t].v[Prev(j)];
+            for (int v : {p, q}) {
+                const CXYZ& V = m_point[v];
+                const double tv = along(V);
+                if (v == w || (tv > tu && tv < 1.0 &&
+                               std::fabs(kel_tin::CrossOf(m_point[a], m_point[b], V.x, V.y)) <=
+                                   m_eps * len))
+                    next = v;  // the segment runs along the edge u - v
+            }
+            if (next >= 0) break;
+            // w lies strictly inside the angle of t at u: the segment leaves t across p - q.
+            if (kel_tin::CrossOf(U, m_point[p], W.x, W.y) < 0.0 &&
+                kel_tin::CrossOf(U, m_point[q], W.x, W.y) > 0.0) {
+                cross = t;
+                corner = j;
+            }
+        }
+        if (next < 0 && cross >= 0) {
+            const int p = m_tri[cross].v[Next(corner)], q = m_tri[cross].v[Prev(corner)];
+            const CXYZ P = m_point[p], Q = m_point[q];
+            const double cp = kel_tin::CrossOf(U, W, P.x, P.y);
+            const double cq = kel_tin::CrossOf(U, W, Q.x, Q.y);
+            const double f = cp / (cp - cq);  // along p -> q
+            const double x = P.x + f * (Q.x - P.x), y = P.y + f * (Q.y - P.y);
+            if (std::fabs(x - P.x) <= m_eps && std::fabs(y - P.y) <= m_eps) {
+                next = p;  // the segment passes p within m_eps
+            } else if (std::fabs(x - Q.x) <= m_eps && std::fabs(y - Q.y) <= m_eps) {
+                next = q;
+            } else {
+                // Where the segment crosses another break line the vertex takes that line's
+                // height, so the line registered first stays linear.
+                const bool fixed = (m_tri[cross].flag & kel_tin::FixedBit(Prev(corner))) != 0;
+                CXYZ pt(x, y, fixed ? P.z + f * (Q.z - P.z) : A.z + along(CXYZ(x, y, 0.0)) * dz);
+                next = m_point.Add(pt);
+                int count = m_tri.GetSize();
+                m_tri.SetSize(count + 2);
+                m_iOptim = 0;
+                DivideTriOnSide(next, count, cross, Next(corner));
+                m_tri.SetSize(count);
+                tri = cross;  // still holds the new vertex (as its corner 0)
+                if (!FixEdge(next, u, tri)) return 0;
+                u = next;
+                continue;
+            }
+        }
+        if (next < 0 || !FixEdge(u, next, tri)) return 0;
+        if (next == w) return 1;
+        // A triangle round next: one of u's that holds the edge u - next.
+        for (int t : star)
+            if (CornerOf(t, next) < 3) tri = t;
+        u = next;
     }
     return 0;
 }
@@ -46,66 +180,16 @@ int CTin::BreakLine() {
     try {
         m_point.Reserve(m_point.GetSize() + m_tri.GetSize());
         m_tri.Reserve(5 * m_tri.GetSize());
-        int ok = 1;
-        for (int s = 0; s < m_breakLine.GetSize(); ++s) {
-            const int a = m_breakLine[s].v[0], b = m_breakLine[s].v[1];
-            const double ax = m_point[a].x, ay = m_point[a].y, az = m_point[a].z;
-            const double ex = m_point[b].x - ax, ey = m_point[b].y - ay;
-            const double dz = m_point[b].z - az;
-            const double len2 = ex * ex + ey * ey;
-            if (len2 <= m_eps2) continue;
-            const double len = std::sqrt(len2);
-            bool done = false;
-            for (int round = 0; round < kMaxBreakLineRounds && !done; ++round) {
-                // The chain: a, the vertices lying on the segment in order along it, b.
-                std::vector<std::pair<double, int>> chain;
-                for (int i = 0; i < m_point.GetSize(); ++i) {
-                    const double px = m_point[i].x - ax, py = m_point[i].y - ay;
-                    const double t = (px * ex + py * ey) / len2;
-                    if (i == a || i == b || t <= 0.0 || t >= 1.0) continue;
-                    if (std::fabs(Cross(a, b, m_point[i].x, m_point[i].y)) / len <= m_eps)
-                        chain.emplace_back(t, i);
-                }
-                std::sort(chain.begin(), chain.end());
-                chain.insert(chain.begin(), std::make_pair(0.0, a));
-                chain.emplace_back(1.0, b);
-                done = true;
-                bool inserted = false;
-                for (std::size_t c = 0; c + 1 < chain.size(); ++c) {
-                    const int u = chain[c].second, w = chain[c + 1].second;
-                    if (SegmentIsEdge(u, w)) continue;
-                    done = false;
-                    // The crossing edge nearest u: a vertex goes in where it meets u - w.
-                    double bestS = 2.0, bx = 0.0, by = 0.0;
-                    for (int i = 0; i < m_tri.GetSize(); ++i)
-                        for (int k = 0; k < 3; ++k) {
-                            const int p = m_tri[i].v[k], q = m_tri[i].v[Next(k)];
-                            const double cp = Cross(u, w, m_point[p].x, m_point[p].y);
-                            const double cq = Cross(u, w, m_point[q].x, m_point[q].y);
-                            const double cu = Cross(p, q, m_point[u].x, m_point[u].y);
-                            const double cw = Cross(p, q, m_point[w].x, m_point[w].y);
-                            if (!((cp > 0.0 && cq < 0.0) || (cp < 0.0 && cq > 0.0))) continue;
-                            if (!((cu > 0.0 && cw < 0.0) || (cu < 0.0 && cw > 0.0))) continue;
-                            const double f = cu / (cu - cw);  // along u -> w
-                            if (f < bestS) {
-                                bestS = f;
-                                bx = m_point[u].x + f * (m_point[w].x - m_point[u].x);
-                                by = m_point[u].y + f * (m_point[w].y - m_point[u].y);
-                            }
-                        }
-                    if (bestS > 1.0) continue;
-                    const double t = ((bx - ax) * ex + (by - ay) * ey) / len2;
-                    if (DivideTri(bx, by, az + t * dz)) inserted = true;
-                    break;  // the chain changed: gather it again
-                }
-                if (!done && !inserted) break;
+        int tri = 0;
+        for (int s = 0; s < m_breakLine.GetSize(); ++s)
+            if (!ForceSegment(s, tri)) {
+                KEL_TRACE_ALWAYS(L"CTin::BreakLine segment %d (%d - %d) not recovered", s,
+                                 m_breakLine[s].v[0], m_breakLine[s].v[1]);
+                return 0;
             }
-            if (!done) ok = 0;
-        }
         m_point.FreeExtra();
         m_tri.FreeExtra();
-        if (!ok) KEL_TRACE_ALWAYS(L"CTin::BreakLine segment not recovered");
-        return ok;
+        return 1;
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::BreakLine CMemoryException");
         return 0;
