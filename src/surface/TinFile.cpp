@@ -1,4 +1,5 @@
 // CTin: the surface files, versions 0, 1 and 2, little-endian and field by field.
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -110,7 +111,12 @@ int ReadArray(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins, con
             file.Close();
             return 0;
         }
-        if (count < 1) {
+        if (count < 0) {
+            file.Close();
+            KEL_TRACE_ALWAYS(L"%s count < 0", what);
+            return 0;
+        }
+        if (count == 0) {
             file.Close();
             return 1;
         }
@@ -213,8 +219,14 @@ int CTin::ReadMesh(CFile& file) {
     m_point.SetSize(nPt);
     for (int i = 0; i < nPt; ++i) {
         const std::size_t off = static_cast<std::size_t>(i) * kVertexBytes;
-        m_point[i].SetXYZ(kel_bytes::GetF64(b.data(), off), kel_bytes::GetF64(b.data(), off + 8),
-                          kel_bytes::GetF64(b.data(), off + 16));
+        const double x = kel_bytes::GetF64(b.data(), off), y = kel_bytes::GetF64(b.data(), off + 8),
+                     z = kel_bytes::GetF64(b.data(), off + 16);
+        if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(z)) {
+            KEL_TRACE_ALWAYS(L"CTin::ReadMesh !std::isfinite(x) || !std::isfinite(y) || "
+                             L"!std::isfinite(z)");
+            return 0;
+        }
+        m_point[i].SetXYZ(x, y, z);
     }
     if (!ReadI32(file, nTri) || nTri < 0 || !ReadExact(file, b, kTriBytes * static_cast<long long>(nTri)))
         return 0;
