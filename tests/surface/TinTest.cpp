@@ -78,28 +78,43 @@ TEST_F(TinTest, BatchDuplicatesAreSkippedWithTheirLine) {
     EXPECT_EQ(tin.GetTriSize(), 3);
 }
 
-TEST_F(TinTest, AddPointMatchesTheLinearFirstMatch) {
+TEST_F(TinTest, AddPointMatchesTheLinearFirstMatchUnderEveryWriter) {
     CTin tin;
-    tin.SetEPS(0.01);
+    tin.AddPoint(0, 0, 0);
+    tin.BeginAddPoint(2);  // rewrites slot 0
+    tin.AddPoint2(5, 5, 1);
+    tin.AddPoint2(6, 6, 2);
+    tin.EndAddPoint();
+    EXPECT_EQ(tin.AddPoint(5, 5, 3), 0);
+    // Random single and batch insertion, tolerance changes and resets. Coordinates on a 0.006 m
+    // lattice: many points fall within the tolerance of earlier ones, some of several at once.
     std::mt19937 rng(11);
-    // Coordinates on a 0.006 m lattice: many points fall within the tolerance of earlier ones,
-    // some of several at once.
-    std::uniform_int_distribution<int> u(0, 60);
-    std::vector<CXYZ> pts;
-    for (int i = 0; i < 3000; ++i) {
-        const double x = u(rng) * 0.006, y = u(rng) * 0.006, z = i;
-        int want = -1;
-        for (std::size_t k = 0; k < pts.size() && want < 0; ++k)
-            if (std::fabs(pts[k].x - x) <= 0.01 && std::fabs(pts[k].y - y) <= 0.01)
-                want = static_cast<int>(k);
-        if (want < 0) {
-            want = static_cast<int>(pts.size());
-            pts.emplace_back(x, y, z);
+    std::uniform_int_distribution<int> u(0, 60), op(0, 99);
+    auto coord = [&] { return u(rng) * 0.006; };
+    for (int step = 0; step < 8000; ++step) {
+        const int o = op(rng);
+        if (o < 3) {
+            const int n = u(rng) % 9, given = u(rng) % 9;
+            tin.BeginAddPoint(n);
+            for (int k = 0; k < given; ++k) tin.AddPoint2(coord(), coord(), step);
+            tin.EndAddPoint();
+            ASSERT_EQ(tin.GetPointSize(), given);
+        } else if (o < 5) {
+            tin.SetEPS(0.004 * (1 + u(rng) % 4));
+        } else if (o == 5) {
+            tin.InitData();
+        } else {
+            const double x = coord(), y = coord();
+            int want = 0;
+            const double eps = tin.GetEPS();
+            while (want < tin.GetPointSize() && !(std::fabs(tin.m_point[want].x - x) <= eps &&
+                                                  std::fabs(tin.m_point[want].y - y) <= eps))
+                ++want;
+            const double zBefore = want < tin.GetPointSize() ? tin.m_point[want].z : step;
+            ASSERT_EQ(tin.AddPoint(x, y, step), want) << "step " << step;
+            EXPECT_EQ(tin.m_point[want].z, zBefore);  // a match keeps its z
         }
-        ASSERT_EQ(tin.AddPoint(x, y, z), want) << "point " << i;
     }
-    EXPECT_EQ(tin.GetPointSize(), static_cast<int>(pts.size()));
-    EXPECT_EQ(tin.m_point[0].z, 0.0);  // the first z is kept
 }
 
 TEST_F(TinTest, CreateTinFailuresEmptyTheSurface) {
@@ -228,6 +243,30 @@ TEST_F(TinTest, SwapTriFlipsTheDiagonalAndRelinksTheOuterNeighbour) {
     for (int i = 0; i < 3; ++i)
         for (int k = 0; k < 3; ++k) EXPECT_EQ(fresh.GetTri(i).nb[k], tin.GetTri(i).nb[k]);
     EXPECT_EQ(Lines().size(), 2u);
+}
+
+TEST_F(TinTest, BrokenLinksAreReportedNotFollowed) {
+    // Two triangles of a square sharing the diagonal 0 - 2.
+    CTin tin;
+    for (const auto& q : {std::array<double, 2>{0, 0}, {2, 0}, {2, 2}, {0, 2}, {1, 1}})
+        tin.AddPoint(q[0], q[1], 0.0);
+    tin.AddTri(0, 1, 2);
+    tin.AddTri(0, 2, 3);
+    tin.UpdateTopology();
+    CTin bad(tin);
+    bad.m_tri[1].v[2] = 9;
+    EXPECT_DEATH(bad.Optimization(0, 1), "index 9 out of range");
+    // Triangle 1 no longer names triangle 0 across the diagonal: a point on it splits
+    // triangle 0 alone, and the links stay mutual.
+    for (int k = 0; k < 3; ++k)
+        if (tin.m_tri[1].nb[k] == 0) tin.m_tri[1].nb[k] = -1;
+    tin.m_tri.SetSize(4);
+    int count = 2;
+    tin.DivideTriOnSide(4, count, 0, 2);
+    tin.m_tri.SetSize(count);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(Lines(), std::vector<std::string>{"CTin::DivideTriOnSide i >= 3"});
+    CheckMesh(tin, false, false);
 }
 
 TEST_F(TinTest, AddTriTopologyAndDelTri) {
