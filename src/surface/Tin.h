@@ -79,6 +79,14 @@ public:
     int DivideTri(int pt, int& ntri, int& tri);
     // Walking point location from triangle start. Returns the triangle or -1; status -2 not
     // searched, -1 outside, 0 inside, 1 on vertex, 2 on edge `side` (edge v[side]-v[side+1]).
+    // Two readings of the edge-by-edge rule: (1) all three corners are tested for a coincident
+    // vertex (x and y each within m_eps) before any edge, because the edge measure grows with
+    // the edge's length and a point near a corner of a long triangle could pass every edge
+    // test; (2) a point within m_eps of an edge's line (in that measure) but beyond its ends
+    // passes the edge on the inner side (cr <= 0) and crosses it on the outer side (cr > 0),
+    // where passing would call a point inside a sliver it lies beyond. The walk stops with -1
+    // when it comes back to a triangle (Brent's cycle test) or takes more steps than there are
+    // triangles.
     int FindTri(int start, const double& x, const double& y, int& status, int& side) const;
     void DivideTriInside(int pt, int& ntri, int tri);
     void DivideTriOnSide(int pt, int& ntri, int tri, int side);
@@ -97,7 +105,9 @@ public:
     // Recomputes every neighbour link from the vertex indices (quadratic; for AddTri meshes).
     void UpdateTopology();
 
-    // Start triangulation steps of CreateTin.
+    // Start triangulation steps of CreateTin. MakeConvexHull removes every corner of the
+    // outline that does not turn the convex way (CheckTurn), three-vertex outlines included:
+    // three collinear points would otherwise make a degenerate start triangle.
     int MakeBoundaryFromPts();
     int MakeConvexHull();
     int MakeTinForConvexHull();

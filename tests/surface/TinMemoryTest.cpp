@@ -123,8 +123,9 @@ TEST_F(TinMemoryTest, EveryGrowthPathTurnsBadAllocIntoItsFailureResult) {
             const std::string& line = Lines()[0];
             EXPECT_EQ(line.substr(0, 6), "CTin::") << line;
             EXPECT_EQ(line.substr(line.size() - 17), " CMemoryException") << line;
-            if (std::string(c.op) != "CreateTin")
+            if (std::string(c.op) != "CreateTin") {
                 EXPECT_EQ(line, std::string("CTin::") + c.op + " CMemoryException");
+            }
         }
         EXPECT_TRUE(reachedSuccess) << c.op;
     }
