@@ -1,4 +1,4 @@
-// CTin: data, point insertion, the start hull and the incremental Delaunay triangulation.
+// CTin: data, the incremental Delaunay triangulation, point location, splits and flips.
 #include "surface/Tin.h"
 
 #include <algorithm>
@@ -9,55 +9,18 @@
 #include <vector>
 
 #include "platform/Trace.h"
+#include "surface/TinLocateGrid.h"
+#include "surface/TinMesh.h"
+
+using kel_tin::CLocateGrid;
+using kel_tin::CrossOf;
+using kel_tin::FixedBit;
+using kel_tin::Next;
+using kel_tin::Prefetch;
+using kel_tin::Prev;
+using kel_tin::SlotOf;
 
 namespace {
-
-int Next(int i) { return i == 2 ? 0 : i + 1; }
-
-// Sorts n finite keys ascending, moving index along; equal keys end up in ascending index
-// order. The keys are first spread by value over a few thousand buckets, which keeps their
-// order and fits the caches, and each bucket is then sorted on its own. Returns false,
-// leaving both as they were, when memory runs short.
-bool SortKeys(double* key, int* index, int n) {
-    if (n < 2) return true;
-    const auto range = std::minmax_element(key, key + n);
-    const double lo = *range.first, hi = *range.second;
-    std::size_t buckets = 1;
-    while (buckets * 256 < static_cast<std::size_t>(n) && buckets < 4096) buckets *= 2;
-    const double scale = hi > lo ? static_cast<double>(buckets) / (hi - lo) : 0.0;
-    auto bucketOf = [&](double k) {
-        const double f = (k - lo) * scale;
-        return f < static_cast<double>(buckets) ? static_cast<std::size_t>(f) : buckets - 1;
-    };
-    std::vector<std::pair<double, int>, kel_pages::Allocator<std::pair<double, int>>> sorted;
-    try {
-        sorted.resize(static_cast<std::size_t>(n));
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    std::vector<std::size_t> start(buckets + 1, 0);
-    for (int i = 0; i < n; ++i) ++start[bucketOf(key[i]) + 1];
-    for (std::size_t b = 0; b < buckets; ++b) start[b + 1] += start[b];
-    std::vector<std::size_t> fill(start.begin(), start.end() - 1);
-    for (int i = 0; i < n; ++i) sorted[fill[bucketOf(key[i])]++] = {key[i], index[i]};
-    auto before = [](const std::pair<double, int>& a, const std::pair<double, int>& b) {
-        return a.first < b.first || (!(b.first < a.first) && a.second < b.second);
-    };
-    for (std::size_t b = 0; b < buckets; ++b)
-        std::sort(sorted.begin() + static_cast<std::ptrdiff_t>(start[b]),
-                  sorted.begin() + static_cast<std::ptrdiff_t>(start[b + 1]), before);
-    for (int i = 0; i < n; ++i) {
-        key[i] = sorted[static_cast<std::size_t>(i)].first;
-        index[i] = sorted[static_cast<std::size_t>(i)].second;
-    }
-    return true;
-}
-
-// Cross measure of point (px, py) against the directed line A -> B: negative on the left,
-// positive on the right.
-inline double CrossOf(const CXYZ& A, const CXYZ& B, double px, double py) {
-    return (B.y - A.y) * (px - A.x) - (B.x - A.x) * (py - A.y);
-}
 
 // The circumcircle test of CheckOptim: 1 when D lies strictly outside the circle through A, P
 // and B, computed from the circumcentre relative to A; 0 also when A, P, B are collinear.
@@ -76,15 +39,6 @@ inline int OutsideCircle(const CXYZ& A, const CXYZ& P, const CXYZ& B, const CXYZ
     return d2 > r2 ? 1 : 0;
 }
 
-// Asks the processor to fetch memory that is about to be read (a hint only).
-inline void Prefetch(const void* p) {
-#if defined(__GNUC__) || defined(__clang__)
-    __builtin_prefetch(p);
-#else
-    (void)p;
-#endif
-}
-
 // CheckSwapTri on points: the flip of the diagonal A - C of quadrilateral (A, B, C, D) makes
 // (B, C, D) and (B, D, A); in FindTri's measure a counter-clockwise triangle is negative.
 inline int FlipKeepsOrientation(const CXYZ& A, const CXYZ& B, const CXYZ& C, const CXYZ& D) {
@@ -99,38 +53,6 @@ inline int FlipKeepsOrientation(const CXYZ& A, const CXYZ& B, const CXYZ& C, con
 
 double Dist2(const CXYZ& a, const CXYZ& b) {
     return (a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y);
-}
-int Prev(int i) { return i == 0 ? 2 : i - 1; }
-
-// The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
-// compiler selects instead of branching: which slot matches is a coin toss for the predictor.
-inline int SlotOf(const std::int32_t* links, int to) {
-    int k = 3;
-    k = links[2] == to ? 2 : k;
-    k = links[1] == to ? 1 : k;
-    k = links[0] == to ? 0 : k;
-    return k;
-}
-
-// The cell index of AddPoint. Cells are kCellEps tolerances wide; a cell coordinate is clamped
-// so that a huge value over a tiny tolerance still gives a valid one (clamped cells only hold
-// more candidates).
-constexpr double kCellEps = 32.0;
-
-std::int64_t CellOf(double v, double size) {
-    const double c = std::floor(v / size);
-    constexpr double kLimit = 1e15;
-    if (!(c > -kLimit)) return static_cast<std::int64_t>(-kLimit);
-    if (!(c < kLimit)) return static_cast<std::int64_t>(kLimit);
-    return static_cast<std::int64_t>(c);
-}
-
-std::uint64_t CellHash(std::int64_t cx, std::int64_t cy) {
-    std::uint64_t h = static_cast<std::uint64_t>(cx) * 0x9E3779B97F4A7C15ull ^
-                      static_cast<std::uint64_t>(cy) * 0xC2B2AE3D27D4EB4Full;
-    h ^= h >> 29;
-    h *= 0xBF58476D1CE4E5B9ull;
-    return h ^ (h >> 32);
 }
 
 }  // namespace
@@ -163,6 +85,15 @@ void CTin::InitData() {
 
 void CTin::Copy(const CTin& src) {
     if (this == &src) return;
+    try {
+        CopyData(src);
+    } catch (const std::bad_alloc&) {
+        InitData();
+        KEL_TRACE_ALWAYS(L"CTin::Copy CMemoryException");
+    }
+}
+
+void CTin::CopyData(const CTin& src) {
     m_name = src.m_name;
     m_point.Copy(src.m_point);
     m_tri.Copy(src.m_tri);
@@ -186,137 +117,6 @@ void CTin::SetEPS(double eps) {
     m_eps2 = eps * eps;
 }
 
-void CTin::ResetCellIndex() {
-    std::vector<std::uint64_t>().swap(m_cellSlot);
-    std::vector<int>().swap(m_cellNext);
-    m_nIndexed = 0;
-    m_nCells = 0;
-    m_indexEps = m_eps;
-}
-
-// The slot of cell (cx, cy) in the open-addressing table: the cell's own slot, or the empty
-// one where it would go. A slot holds a fingerprint of the cell in its upper half and the
-// index + 1 of the cell's newest point in its lower half (0: empty); the cell itself is
-// confirmed from that point's coordinates.
-std::size_t CTin::CellSlot(std::int64_t cx, std::int64_t cy) const {
-    const std::uint64_t h = CellHash(cx, cy);
-    const std::uint64_t tag = h >> 32;
-    const std::size_t mask = m_cellSlot.size() - 1;
-    const double size = m_indexEps * kCellEps;
-    for (std::size_t k = static_cast<std::size_t>(h) & mask;; k = (k + 1) & mask) {
-        const std::uint64_t slot = m_cellSlot[k];
-        if (slot == 0) return k;
-        if ((slot >> 32) == tag) {
-            const CXYZ& p = m_point[static_cast<int>(slot & 0xFFFFFFFFu) - 1];
-            if (CellOf(p.x, size) == cx && CellOf(p.y, size) == cy) return k;
-        }
-    }
-}
-
-void CTin::IndexPoint(int i) {
-    if (2 * (static_cast<std::size_t>(m_nCells) + 1) > m_cellSlot.size()) {
-        // Grow to keep the table at most half full; every cell moves with its newest point.
-        std::vector<std::uint64_t> old;
-        old.swap(m_cellSlot);
-        m_cellSlot.assign(old.empty() ? 1024 : 2 * old.size(), 0);
-        const double size = m_indexEps * kCellEps;
-        for (std::uint64_t slot : old) {
-            if (slot == 0) continue;
-            const CXYZ& p = m_point[static_cast<int>(slot & 0xFFFFFFFFu) - 1];
-            m_cellSlot[CellSlot(CellOf(p.x, size), CellOf(p.y, size))] = slot;
-        }
-    }
-    const double size = m_indexEps * kCellEps;
-    const std::int64_t cx = CellOf(m_point[i].x, size), cy = CellOf(m_point[i].y, size);
-    std::uint64_t& slot = m_cellSlot[CellSlot(cx, cy)];
-    if (slot == 0) ++m_nCells;
-    m_cellNext.push_back(slot == 0 ? -1 : static_cast<int>(slot & 0xFFFFFFFFu) - 1);
-    slot = (CellHash(cx, cy) >> 32 << 32) | static_cast<std::uint64_t>(i + 1);
-    m_nIndexed = i + 1;
-}
-
-int CTin::AddPoint(double x, double y, double z) {
-    const int n = m_point.GetSize();
-    // A match has |q.x - x| <= m_eps as computed, so q.x lies in [x - 2 m_eps, x + 2 m_eps]
-    // (rounding is monotone), which covers one or two cells along each axis.
-    const double size = m_eps * kCellEps;
-    const bool indexed = m_eps > 0.0 && std::isfinite(size) && std::isfinite(x) &&
-                         std::isfinite(y) && std::isfinite(2.0 * m_eps + std::fabs(x)) &&
-                         std::isfinite(2.0 * m_eps + std::fabs(y));
-    std::int64_t x0 = 0, x1 = 0, y0 = 0, y1 = 0;
-    if (indexed) {
-        x0 = CellOf(x - 2.0 * m_eps, size);
-        x1 = CellOf(x + 2.0 * m_eps, size);
-        y0 = CellOf(y - 2.0 * m_eps, size);
-        y1 = CellOf(y + 2.0 * m_eps, size);
-    }
-    if (!indexed || x1 - x0 > 2 || y1 - y0 > 2) {
-        // No usable cell: the plain linear first-match search.
-        for (int i = 0; i < n; ++i)
-            if (std::fabs(m_point[i].x - x) <= m_eps && std::fabs(m_point[i].y - y) <= m_eps)
-                return i;
-        CXYZ p(x, y, z);
-        return m_point.Add(p);
-    }
-    if (m_nIndexed > n || m_indexEps != m_eps) ResetCellIndex();
-    while (m_nIndexed < n) IndexPoint(m_nIndexed);
-    int best = -1;
-    for (std::int64_t cx = x0; cx <= x1 && !m_cellSlot.empty(); ++cx)
-        for (std::int64_t cy = y0; cy <= y1; ++cy) {
-            const std::uint64_t slot = m_cellSlot[CellSlot(cx, cy)];
-            for (int i = static_cast<int>(slot & 0xFFFFFFFFu) - 1; i >= 0;
-                 i = m_cellNext[static_cast<std::size_t>(i)]) {
-                const CXYZ& p = m_point[i];
-                if (std::fabs(p.x - x) <= m_eps && std::fabs(p.y - y) <= m_eps &&
-                    (best < 0 || i < best))
-                    best = i;
-            }
-        }
-    if (best >= 0) return best;
-    CXYZ p(x, y, z);
-    const int index = m_point.Add(p);
-    IndexPoint(index);
-    return index;
-}
-
-void CTin::BeginAddPoint(int n) {
-    m_point.SetSize(n < 0 ? 0 : n);
-    m_nAdd = 0;
-}
-
-int CTin::AddPoint2(double x, double y, double z) {
-    if (m_nAdd >= m_point.GetSize()) {
-        CXYZ p(x, y, z);
-        m_point.Add(p);
-    } else {
-        m_point[m_nAdd].SetXYZ(x, y, z);
-    }
-    return m_nAdd++;
-}
-
-void CTin::EndAddPoint() {
-    m_point.SetSize(m_nAdd);
-    m_nAdd = 0;
-}
-
-int CTin::UpdatePtRange() {
-    const int n = m_point.GetSize();
-    if (n < 1) return 0;
-    CXYZ lo(m_point[0].x, m_point[0].y, m_point[0].z), hi = lo;
-    for (int i = 1; i < n; ++i) {
-        const CXYZ& p = m_point[i];
-        if (p.x < lo.x) lo.x = p.x;
-        if (p.y < lo.y) lo.y = p.y;
-        if (p.z < lo.z) lo.z = p.z;
-        if (p.x > hi.x) hi.x = p.x;
-        if (p.y > hi.y) hi.y = p.y;
-        if (p.z > hi.z) hi.z = p.z;
-    }
-    m_range[0] = lo;
-    m_range[1] = hi;
-    return 1;
-}
-
 int CTin::CreateTin(double angle) {
     try {
         if (m_point.GetSize() < 3) {
@@ -331,14 +131,12 @@ int CTin::CreateTin(double angle) {
             InitData();
             return 0;
         }
-        if (m_breakLine.GetSize() > 0) BreakLine();
-        if (angle > 0.0 && !DelTriWithAngle(angle, 1)) {
+        if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
+            (angle > 0.0 && !DelTriWithAngle(angle, 1)) || !UpdateTinRange() || !UpdateDepth() ||
+            !UpdateTextureCoord()) {
             InitData();
             return 0;
         }
-        UpdateTinRange();
-        UpdateDepth();
-        UpdateTextureCoord();
         return 1;
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::CreateTin CMemoryException");
@@ -346,245 +144,6 @@ int CTin::CreateTin(double angle) {
         return 0;
     }
 }
-
-int CTin::MakeBoundaryFromPts() {
-    const int n = m_point.GetSize();
-    if (n < 3 || !UpdatePtRange()) return 0;
-    if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
-        KEL_TRACE_ALWAYS(
-            L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
-            L"m_range[1].y - m_range[0].y ) <= m_eps )");
-        return 0;
-    }
-    const double cx = (m_range[0].x + m_range[1].x) * 0.5;
-    const double cy = (m_range[0].y + m_range[1].y) * 0.5;
-    kel_templ::CKelArray<double, double> angles;
-    kel_templ::CKelArray<int, int> order;
-    angles.SetSize(n);
-    order.SetSize(n);
-    double* key = angles.GetData();
-    int* index = order.GetData();
-    bool ordered = true;  // no angle is NaN
-    for (int i = 0; i < n; ++i) {
-        key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-        index[i] = i;
-        ordered = ordered && key[i] == key[i];
-    }
-    // The library's key sort and a stable radix sort order the angles alike and differ only
-    // in the order of equal angles, which matters only when two points at the same angle tie
-    // for the farthest; then the key sort decides, as it always did.
-    if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
-        for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-        QuickSortKey(angles, order, 1);
-        KeepFarthest(angles, order, cx, cy);
-    }
-    return m_hull.GetSize() >= 3 ? 1 : 0;
-}
-
-int CTin::KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
-                       const kel_templ::CKelArray<int, int>& order, double cx, double cy) {
-    const int n = angles.GetSize();
-    m_hull.RemoveAll();
-    m_hull.Reserve(n);
-    bool tie = false;
-    for (int k = 0; k < n;) {
-        // Among points at exactly the same angle keep the farthest (the first wins a tie).
-        int best = order[k];
-        double bestD = -1.0;
-        bool tieForBest = false;
-        int j = k;
-        if (k + 1 >= n || angles[k + 1] != angles[k]) j = k + 1;  // alone at its angle
-        for (; j < n && angles[j] == angles[k]; ++j) {
-            const CXYZ& p = m_point[order[j]];
-            const double d = (p.x - cx) * (p.x - cx) + (p.y - cy) * (p.y - cy);
-            if (d > bestD) {
-                bestD = d;
-                best = order[j];
-                tieForBest = false;
-            } else if (d == bestD) {
-                tieForBest = true;
-            }
-        }
-        tie = tie || tieForBest;
-        m_hull.Add(best);
-        k = j;
-    }
-    return tie ? 0 : 1;
-}
-
-// Cross measure of point (px, py) against the directed line a -> b, as FindTri uses it:
-// negative on the left, positive on the right.
-double CTin::Cross(int a, int b, double px, double py) const {
-    return CrossOf(m_point[a], m_point[b], px, py);
-}
-
-int CTin::CheckTurn(int a, int b, int c) const {
-    return Cross(a, c, m_point[b].x, m_point[b].y) > m_eps ? 1 : -1;
-}
-
-int CTin::MakeConvexHull() {
-    const int h = m_hull.GetSize();
-    if (h < 3) return 0;
-    // Passes over the closed outline remove every vertex that does not turn the convex way
-    // (three vertices are tested as well: three collinear points would otherwise make a
-    // degenerate start triangle); after a removal the previous vertex is tested again. The
-    // outline is a linked ring over the list positions, so a removal costs nothing even when
-    // almost every point of a large set starts on the outline.
-    std::vector<int, kel_pages::Allocator<int>> next(static_cast<std::size_t>(h)),
-        prev(static_cast<std::size_t>(h));
-    for (int k = 0; k < h; ++k) {
-        next[static_cast<std::size_t>(k)] = k + 1 < h ? k + 1 : 0;
-        prev[static_cast<std::size_t>(k)] = k > 0 ? k - 1 : h - 1;
-    }
-    auto nextOf = [&](int k) { return next[static_cast<std::size_t>(k)]; };
-    auto prevOf = [&](int k) { return prev[static_cast<std::size_t>(k)]; };
-    int first = 0, count = h;
-    bool removed = true;
-    while (removed && count >= 3) {
-        removed = false;
-        int c = first;
-        while (count >= 3) {
-            if (CheckTurn(m_hull[prevOf(c)], m_hull[c], m_hull[nextOf(c)]) < 0) {
-                next[static_cast<std::size_t>(prevOf(c))] = nextOf(c);
-                prev[static_cast<std::size_t>(nextOf(c))] = prevOf(c);
-                --count;
-                removed = true;
-                if (c == first)
-                    c = first = nextOf(c);
-                else
-                    c = prevOf(c);
-            } else {
-                if (c == prevOf(first)) break;  // the last vertex of the outline: pass done
-                c = nextOf(c);
-                // The outline runs in angle order, scattered over memory: fetch ahead (on
-                // the first pass the vertices ahead are still those of the list).
-                Prefetch(m_point.GetData() + m_hull[(c + 16) % h]);
-            }
-        }
-    }
-    kel_templ::CKelArray<int, int> hull;
-    hull.SetSize(count);
-    for (int k = 0, c = first; k < count; ++k, c = nextOf(c)) hull[k] = m_hull[c];
-    m_hull = std::move(hull);
-    if (count < 3) {
-        KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull count < 3");
-        return 0;
-    }
-    return 1;
-}
-
-int CTin::MakeTinForConvexHull() {
-    const int h = m_hull.GetSize();
-    if (h < 3) return 0;
-    m_tri.SetSize(h - 2);
-    for (int i = 0; i < h - 2; ++i) {
-        CTri& t = m_tri[i];
-        t.v[0] = m_hull[0];
-        t.v[1] = m_hull[i + 1];
-        t.v[2] = m_hull[i + 2];
-        t.nb[0] = -1;  // linked when triangle i + 1 is written
-        t.nb[1] = -1;
-        t.nb[2] = -1;
-        t.flag = 0;
-        if (i > 0) {
-            // The fan edge H[0] - H[i+1] is held by whichever earlier triangle the flips left
-            // it in, on a slot still marked -1.
-            // (Searched from the newest triangle back: the edge is held by one triangle only,
-            // usually one of the last few.)
-            for (int j = i - 1; j >= 0; --j) {
-                CTri& o = m_tri[j];
-                int k = 0;
-                for (; k < 3; ++k)
-                    if (o.nb[k] < 0 && o.v[Prev(k)] == t.v[1] && o.v[k] == t.v[0]) break;
-                if (k < 3) {
-                    o.nb[k] = i;
-                    t.nb[1] = j;
-                    break;
-                }
-            }
-        }
-        m_iOptim = 0;
-        Optimization(i, 2);
-    }
-    m_tri.SetSize(h - 2);
-    return 1;
-}
-
-namespace {
-
-// Start triangles for the walks of Triangulation: a grid over the points' range whose cells
-// remember the last point inserted in them and the triangle in which it was found. The grid
-// starts with one cell and is refined, each cell into four that inherit its entry, whenever
-// the points outnumber the cells kPointsPerCell times, so a cell's point is near any point
-// that falls in the cell, in whatever order the points come. Triangle indices stay valid for
-// the whole triangulation and splits and flips keep the found triangle's index on a triangle
-// of the inserted point, so a remembered triangle is at worst a poor start, never a wrong one.
-class CLocateGrid {
-public:
-    struct CEntry {
-        int tri;  // start triangle
-        int pt;   // the point found in it, -1 for none yet
-    };
-    using Cells = std::vector<CEntry, kel_pages::Allocator<CEntry>>;
-
-    CLocateGrid(double x0, double y0, double x1, double y1, int tri)
-        : m_x0(x0), m_y0(y0), m_w(x1 - x0), m_h(y1 - y0) {
-        m_size = std::max(m_w, m_h);
-        if (!(m_size > 0.0) || !std::isfinite(m_size)) m_size = 1.0;
-        m_inv = 1.0 / m_size;
-        m_cell.assign(1, CEntry{tri, -1});
-    }
-
-    CEntry& At(double x, double y) {
-        const std::size_t ix = Index(x - m_x0, m_nx), iy = Index(y - m_y0, m_ny);
-        return m_cell[iy * static_cast<std::size_t>(m_nx) + ix];
-    }
-
-    // Refines while `points` outnumber the cells kPointsPerCell times.
-    void Fit(int points) {
-        while (static_cast<double>(points) > kPointsPerCell * static_cast<double>(m_cell.size()) &&
-               m_cell.size() < kMaxCells) {
-            const int nx = Count(m_w, 0.5 * m_size), ny = Count(m_h, 0.5 * m_size);
-            Cells finer(static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny));
-            for (int iy = 0; iy < ny; ++iy)
-                for (int ix = 0; ix < nx; ++ix)
-                    finer[static_cast<std::size_t>(iy) * static_cast<std::size_t>(nx) +
-                          static_cast<std::size_t>(ix)] =
-                        m_cell[static_cast<std::size_t>(std::min(iy / 2, m_ny - 1)) *
-                                   static_cast<std::size_t>(m_nx) +
-                               static_cast<std::size_t>(std::min(ix / 2, m_nx - 1))];
-            m_cell.swap(finer);
-            m_size *= 0.5;
-            m_inv = 1.0 / m_size;
-            m_nx = nx;
-            m_ny = ny;
-        }
-    }
-
-private:
-    static constexpr double kPointsPerCell = 4.0;
-    static constexpr std::size_t kMaxCells = std::size_t(1) << 24;
-
-    // Cells of side `size` along an extent (at least one).
-    static int Count(double extent, double size) {
-        const double c = std::ceil(extent / size);
-        return c >= 1.0 ? static_cast<int>(std::min(c, 65536.0)) : 1;
-    }
-    std::size_t Index(double offset, int count) const {
-        const double f = offset * m_inv;
-        if (!(f > 0.0)) return 0;  // below the range, or not a number
-        return static_cast<std::size_t>(f < count ? std::min(static_cast<int>(f), count - 1)
-                                                  : count - 1);
-    }
-
-    double m_x0, m_y0, m_w, m_h;
-    double m_size;  // side of a cell (m)
-    double m_inv;   // its reciprocal
-    int m_nx = 1, m_ny = 1;
-    Cells m_cell;
-};
-
-}  // namespace
 
 int CTin::Triangulation() {
     const int start = m_tri.GetSize();
@@ -740,11 +299,7 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
             const CXYZ& B = *v[Next(k)];
             const double cr = crs[k];
             if (std::fabs(cr) <= m_eps) {
-                if ((std::fabs(x - A.x) <= m_eps && std::fabs(y - A.y) <= m_eps) ||
-                    (std::fabs(x - B.x) <= m_eps && std::fabs(y - B.y) <= m_eps)) {
-                    status = 1;
-                    return cur;
-                }
+                // (A coincident vertex was found above.)
                 const double dxa = x - A.x, dya = y - A.y;
                 const double dxb = B.x - x, dyb = B.y - y;
                 const double ex = B.x - A.x, ey = B.y - A.y;
@@ -785,6 +340,9 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
 }
 
 namespace {
+// Bit `from` of flag moved to bit `to`.
+inline std::int32_t MoveBit(std::int32_t flag, int from, int to) { return ((flag >> from) & 1) << to; }
+
 // Redirects the link of triangle q that named `from` to `to` (q may be -1).
 inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
     if (q < 0) return;
@@ -809,18 +367,26 @@ inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int
     B.nb[ne2] = t1;
     A.nb[Prev(e1)] = outerB;
     B.nb[e2] = outerA;
+    // Break-line marks go with their edges: b - d to A's slot Prev(e1), a - p to B's slot e2;
+    // the new diagonal is not one (the old one was not, or it would not be flipped).
+    const std::int32_t fa = A.flag, fb = B.flag;
+    if (((fa | fb) & kel_tin::kFixedBits) != 0) {
+        A.flag = (fa & ~(FixedBit(Prev(e1)) | FixedBit(e1))) | MoveBit(fb, ne2, Prev(e1));
+        B.flag = (fb & ~(FixedBit(e2) | FixedBit(ne2))) | MoveBit(fa, e1, e2);
+    }
     Relink(tri, outerB, t2, t1);
     Relink(tri, outerA, t1, t2);
 }
 
-void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2) {
+void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2,
+            std::int32_t flag = 0) {
     t.v[0] = v0;
     t.v[1] = v1;
     t.v[2] = v2;
     t.nb[0] = n0;
     t.nb[1] = n1;
     t.nb[2] = n2;
-    t.flag = 0;
+    t.flag = flag;
 }
 }  // namespace
 
@@ -829,15 +395,31 @@ void CTin::DivideTriInside(int pt, int& ntri, int t) {
     const int a = old.v[0], b = old.v[1], c = old.v[2];
     const int q0 = old.nb[0], q1 = old.nb[1], q2 = old.nb[2];
     const int t1 = ntri, t2 = ntri + 1;
-    SetTri(m_tri[t], pt, a, b, t1, t2, q1);
-    SetTri(m_tri[t1], pt, b, c, t2, t, q2);
-    SetTri(m_tri[t2], pt, c, a, t, t1, q0);
+    // Each old edge (and its break-line mark) becomes slot 2 of a new triangle.
+    SetTri(m_tri[t], pt, a, b, t1, t2, q1, MoveBit(old.flag, 1, 2));
+    SetTri(m_tri[t1], pt, b, c, t2, t, q2, MoveBit(old.flag, 2, 2));
+    SetTri(m_tri[t2], pt, c, a, t, t1, q0, MoveBit(old.flag, 0, 2));
     Relink(m_tri, q0, t, t2);
     Relink(m_tri, q2, t, t1);
     ntri += 2;
     Optimization(t, 0);
     Optimization(t1, 0);
     Optimization(t2, 0);
+}
+
+void CTin::SplitOnBoundary(int pt, int& ntri, int t, int side) {
+    const CTri old = m_tri[t];
+    const int a = old.v[side], b = old.v[Next(side)], c = old.v[Prev(side)];
+    const int qbc = old.nb[Prev(side)], qca = old.nb[side];
+    const int t1 = ntri;
+    // Both halves of a split break-line edge stay break-line edges.
+    const std::int32_t ab = (old.flag >> Next(side)) & 1;
+    SetTri(m_tri[t], pt, b, c, t1, -1, qbc, MoveBit(old.flag, Prev(side), 2) | ab << 1);
+    SetTri(m_tri[t1], pt, c, a, -1, t, qca, MoveBit(old.flag, side, 2) | ab);
+    Relink(m_tri, qca, t, t1);
+    ntri += 1;
+    Optimization(t, 0);
+    Optimization(t1, 0);
 }
 
 void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
@@ -848,24 +430,26 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
     const int qbc = old.nb[Prev(side)], qca = old.nb[side];
     const int t1 = ntri;
     if (n < 0) {
-        SetTri(m_tri[t], pt, b, c, t1, -1, qbc);
-        SetTri(m_tri[t1], pt, c, a, -1, t, qca);
-        Relink(m_tri, qca, t, t1);
-        ntri += 1;
-        Optimization(t, 0);
-        Optimization(t1, 0);
+        SplitOnBoundary(pt, ntri, t, side);
         return;
     }
     const CTri on = m_tri[n];
-    int i = SlotOf(on.nb, t);
-    if (i >= 3) i = 0;  // broken links cannot come from the splits; keep the mesh addressable
+    const int i = SlotOf(on.nb, t);
+    if (i >= 3) {
+        // n does not name t back (a mesh edited by hand): split t alone, as on the boundary,
+        // and leave n as it is; t's halves face no triangle across the split edge.
+        KEL_TRACE_ALWAYS(L"CTin::DivideTriOnSide i >= 3");
+        SplitOnBoundary(pt, ntri, t, side);
+        return;
+    }
     const int d = on.v[Next(i)];
     const int qad = on.nb[Next(i)], qdb = on.nb[Prev(i)];
     const int t2 = ntri + 1;
-    SetTri(m_tri[t], pt, b, c, t1, t2, qbc);
-    SetTri(m_tri[t1], pt, c, a, n, t, qca);
-    SetTri(m_tri[n], pt, a, d, t2, t1, qad);
-    SetTri(m_tri[t2], pt, d, b, t, n, qdb);
+    const std::int32_t ab = (old.flag >> Next(side)) & 1;
+    SetTri(m_tri[t], pt, b, c, t1, t2, qbc, MoveBit(old.flag, Prev(side), 2) | ab << 1);
+    SetTri(m_tri[t1], pt, c, a, n, t, qca, MoveBit(old.flag, side, 2) | ab);
+    SetTri(m_tri[n], pt, a, d, t2, t1, qad, MoveBit(on.flag, Next(i), 2) | ab << 1);
+    SetTri(m_tri[t2], pt, d, b, t, n, qdb, MoveBit(on.flag, Prev(i), 2) | ab);
     Relink(m_tri, qca, t, t1);
     Relink(m_tri, qdb, n, t2);
     ntri += 2;
@@ -909,7 +493,7 @@ void CTin::Optimization(int t, int e) {
             CTri& tt = tri[t];
             const int pe = Prev(e);
             n = tt.nb[pe];
-            if (n >= 0) {
+            if (n >= 0 && (tt.flag & FixedBit(pe)) == 0) {  // a break-line edge stays
                 if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
                 CTri& nn = tri[n];
                 i = SlotOf(nn.nb, t);
@@ -918,9 +502,8 @@ void CTin::Optimization(int t, int e) {
                 } else {
                     const int a = tt.v[pe], p = tt.v[e], b = tt.v[Next(e)];
                     const int d = nn.v[Next(i)];
-                    if (static_cast<unsigned>(a) >= nPt || static_cast<unsigned>(p) >= nPt ||
-                        static_cast<unsigned>(b) >= nPt || static_cast<unsigned>(d) >= nPt)
-                        (void)m_point[-1];  // a vertex out of range: fatal
+                    for (int v : {a, p, b, d})
+                        if (static_cast<unsigned>(v) >= nPt) (void)m_point[v];  // fatal
                     flipped = OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
                               FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]);
                 }
@@ -964,6 +547,10 @@ int CTin::SwapTri(int t1, int e1, int t2, int e2) {
         return 0;
     }
     const CTri& A = m_tri[t1];
+    if ((A.flag & FixedBit(Prev(e1))) != 0) {
+        KEL_TRACE_ALWAYS(L"CTin::SwapTri (A.flag & FixedBit(Prev(e1))) != 0");
+        return 0;
+    }
     const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
     const int d = m_tri[t2].v[Next(e2)];
     for (int v : {a, p, b, d}) (void)m_point[v];
@@ -981,7 +568,12 @@ int CTin::AddTri(int v1, int v2, int v3) {
     }
     CTri t;
     SetTri(t, v1, v2, v3, -1, -1, -1);
-    return m_tri.Add(t);
+    try {
+        return m_tri.Add(t);
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::AddTri CMemoryException");
+        return -1;
+    }
 }
 
 int CTin::DelTri(int triId) {

@@ -28,7 +28,9 @@ public:
     struct alignas(32) CTri {
         std::int32_t v[3];
         std::int32_t nb[3];
-        std::int32_t flag;  // selection and state bits; not stored in the surface files
+        // Bits 0 to 2: the edge of that slot is a break-line edge (see BreakLine); the other
+        // bits are free. Not stored in the surface files.
+        std::int32_t flag;
     };
     // One registered break-line segment: two vertex indices.
     struct CBreakLine {
@@ -47,6 +49,7 @@ public:
     // Empties name, vertices, triangles, hull, break lines, texture and depth; range to 0,
     // m_iOptim and the batch counter to 0, m_eps to 1e-6.
     void InitData();
+    // Deep copy; when memory runs out, logs its line and leaves this surface empty (InitData).
     void Copy(const CTin& src);
     void SetEPS(double eps);
     double GetEPS() const { return m_eps; }
@@ -54,11 +57,14 @@ public:
     const kel_text::CKelString& GetName() const { return m_name; }
 
     // Index of the first vertex (in index order) whose x and y each lie within m_eps of the
-    // new ones (its z is kept), else the index of the appended point. A cell index makes the
-    // search constant time on average with the same result as the linear search; it assumes
-    // m_point's coordinates are not edited in place between calls.
+    // new ones (its z is kept), else the index of the appended point; -1 when memory runs out
+    // (nothing is appended). A cell index makes the search constant time on average with the
+    // same result as the linear search (see m_point for what callers may not do).
     int AddPoint(double x, double y, double z);
-    // Batch insertion without duplicate test: BeginAddPoint(n), AddPoint2 ... , EndAddPoint.
+    // Batch insertion without duplicate test: BeginAddPoint(n) sizes m_point to n slots,
+    // AddPoint2 fills them in order (appending beyond n) and returns the slot or -1 when memory
+    // runs out, EndAddPoint trims m_point to the points given. A BeginAddPoint that cannot get
+    // n slots logs its line and leaves m_point as it was; the batch then appends.
     void BeginAddPoint(int n);
     int AddPoint2(double x, double y, double z);
     void EndAddPoint();
@@ -73,6 +79,14 @@ public:
     int DivideTri(int pt, int& ntri, int& tri);
     // Walking point location from triangle start. Returns the triangle or -1; status -2 not
     // searched, -1 outside, 0 inside, 1 on vertex, 2 on edge `side` (edge v[side]-v[side+1]).
+    // Two readings of the edge-by-edge rule: (1) all three corners are tested for a coincident
+    // vertex (x and y each within m_eps) before any edge, because the edge measure grows with
+    // the edge's length and a point near a corner of a long triangle could pass every edge
+    // test; (2) a point within m_eps of an edge's line (in that measure) but beyond its ends
+    // passes the edge on the inner side (cr <= 0) and crosses it on the outer side (cr > 0),
+    // where passing would call a point inside a sliver it lies beyond. The walk stops with -1
+    // when it comes back to a triangle (Brent's cycle test) or takes more steps than there are
+    // triangles.
     int FindTri(int start, const double& x, const double& y, int& status, int& side) const;
     void DivideTriInside(int pt, int& ntri, int tri);
     void DivideTriOnSide(int pt, int& ntri, int tri, int side);
@@ -83,7 +97,7 @@ public:
     // 1 when the flip of quadrilateral (a, p, b, d) yields two counter-clockwise triangles.
     int CheckSwapTri(int a, int b, int c, int d) const;
 
-    // Appends (v1, v2, v3) unlinked; returns its index or -1.
+    // Appends (v1, v2, v3) unlinked; returns its index, or -1 for a bad index or no memory.
     int AddTri(int v1, int v2, int v3);
     // Deletes a triangle: its neighbours' links to it become -1, and the last triangle moves
     // into its slot (links to the moved triangle are renamed). 1 or 0.
@@ -91,7 +105,9 @@ public:
     // Recomputes every neighbour link from the vertex indices (quadratic; for AddTri meshes).
     void UpdateTopology();
 
-    // Start triangulation steps of CreateTin.
+    // Start triangulation steps of CreateTin. MakeConvexHull removes every corner of the
+    // outline that does not turn the convex way (CheckTurn), three-vertex outlines included:
+    // three collinear points would otherwise make a degenerate start triangle.
     int MakeBoundaryFromPts();
     int MakeConvexHull();
     int MakeTinForConvexHull();
@@ -112,22 +128,33 @@ public:
     // numbered differently.)
     void UseLocateGrid(bool on) { m_locateGrid = on; }
 
-    // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index.
+    // Registers a break-line segment between vertices a and b; 1, or 0 for a bad index or no
+    // memory.
     int AddBreakLine(int a, int b);
-    // Forces every registered segment into the mesh as a chain of edges: where an edge crosses
-    // the segment a vertex is inserted on the segment (z from the segment's ends, linear in
-    // XY) until every piece of the segment is an edge or kMaxBreakLineRounds pass. The mesh
-    // stays Delaunay (a conforming triangulation). 1; 0 with < 3 vertices, no triangle, or
-    // when a segment could not be recovered.
+    // Forces every registered segment, in order, into the mesh as a chain of edges, walking
+    // from its first vertex to its second: where an edge crosses the segment a vertex is
+    // inserted there, on the segment, with the height of the segment (linear in XY between its
+    // ends), so heights along a break line are linear between its vertices. Where the segment
+    // crosses an earlier break line the vertex takes the earlier line's height instead (the
+    // two cannot both hold; the line registered first stays linear). A vertex within m_eps of
+    // the segment joins the chain with its own height. The edges of the chains are marked in
+    // the triangles' flag words and no later flip (Optimization, SwapTri) removes them, so
+    // the mesh is Delaunay except across break lines (a constrained triangulation), and
+    // DelTriWithAngle keeps the triangles that hold them on the boundary. 1; 0 with < 3
+    // vertices or no triangle, and 0 with "CTin::BreakLine segment s (a - b) not recovered"
+    // when a segment could not be forced in (its end outside the mesh, say).
     int BreakLine();
     // Deletes boundary triangles in which an XY angle at an end of a boundary edge is at most
-    // angle (degrees); mode 1 only triangles with one boundary edge, mode 0 also two. Passes
-    // repeat until nothing is deleted. Returns 1.
+    // angle (degrees); mode 1 only triangles with one boundary edge, mode 0 also two; never a
+    // triangle whose boundary edge is a break-line edge. Passes repeat until nothing is
+    // deleted. 1, or 0 when memory runs out.
     int DelTriWithAngle(double angle, int mode);
     // XY angle (degrees, 0..180) at vertex b between the rays to a and to c.
     double GetAngleXY(int a, int b, int c) const;
 
     // m_range from the vertices of the triangles (all vertices when there is no triangle).
+    // Each of these three returns 1, or 0 when memory runs out (the values are then left as
+    // they were).
     int UpdateTinRange();
     // Depth of every vertex below the highest one: m_range[1].z - z (m).
     int UpdateDepth();
@@ -171,15 +198,19 @@ public:
     int ReadBIN_VER1_SUB(CFile& file);
     int ReadBIN_VER2_SUB(CFile& file);
 
-    kel_templ::CKelArray<CXYZ, CXYZ&> m_point;  // vertices, in insertion order
+    // Vertices, in insertion order. Callers may read them, change z, and append points; they
+    // must not change x or y of a point in place nor remove points other than through this
+    // class: AddPoint's cell index would no longer describe them, and AddPoint could miss an
+    // existing point or return a wrong one. (Every operation of this class that rewrites or
+    // removes points, InitData, Copy, SetEPS and the batch calls included, keeps the index
+    // exact.)
+    kel_templ::CKelArray<CXYZ, CXYZ&> m_point;
     kel_templ::CKelArray<CTri, CTri&> m_tri;    // triangles
     CXYZ m_range[2];                            // min and max corner
     double m_eps;                               // coordinate tolerance (m)
     double m_eps2;                              // m_eps squared (m²)
     int m_iOptim;                               // current Optimization depth
     CPolyline m_boundary;                       // outer boundary drawn by the host
-
-    static constexpr int kMaxBreakLineRounds = 64;  // insertion rounds per break-line segment
 
 private:
     // Blocks shared by the file layouts.
@@ -193,10 +224,24 @@ private:
     int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
                      const kel_templ::CKelArray<int, int>& order, double cx, double cy);
     void ResetCellIndex();
+    // DivideTriOnSide's split of t alone into two (an edge without a neighbour).
+    void SplitOnBoundary(int pt, int& ntri, int tri, int side);
+    void CopyData(const CTin& src);
+    int FindOrAppend(double x, double y, double z);
     std::size_t CellSlot(std::int64_t cx, std::int64_t cy) const;
     void IndexPoint(int i);
     double Cross(int a, int b, double px, double py) const;
-    int SegmentIsEdge(int a, int b) const;
+    // Break lines: the corner of t at vertex v (3 for none); the triangulated vertex at v's
+    // place (v, or the vertex within m_eps that kept v out) and a triangle round it, or -1;
+    // the triangles round u, from t0 which has it as a corner; marks the edge u - v of the
+    // triangles round u (0 when it is no edge); forces segment s in, tri a walk start.
+    int CornerOf(int t, int v) const;
+    int MeshVertex(int v, int& tri) const;
+    void StarOf(int u, int t0, std::vector<int>& star) const;
+    int FixEdge(int u, int v, int tri);
+    int ForceSegment(int s, int& tri);
+    // A boundary triangle that DelTriWithAngle removes.
+    bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 
     kel_text::CKelString m_name;
     kel_templ::CKelArray<int, int> m_hull;               // start-triangulation vertices

@@ -2,6 +2,7 @@
 #include "surface/TinExport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -69,11 +70,24 @@ int Finish(std::ostream& out, std::string& s, const wchar_t* failLine) {
     return 1;
 }
 
-// 0 with the trace line when the surface has no triangle to export, else 1.
-int HasTriangles(const CTin& tin, const wchar_t* failLine) {
-    if (tin.GetTriSize() >= 1) return 1;
-    KEL_TRACE_ALWAYS(L"%s", failLine);
-    return 0;
+// 1 when the surface has a triangle to export and every vertex of its triangles is finite (no
+// "nan" or "inf" in another program's file); else 0 with one trace line, `writer` followed by
+// the condition.
+int Exportable(const CTin& tin, const wchar_t* writer) {
+    if (tin.GetTriSize() < 1) {
+        KEL_TRACE_ALWAYS(L"%s tin.GetTriSize() < 1", writer);
+        return 0;
+    }
+    for (int i = 0; i < tin.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k) {
+            const CXYZ& p = tin.m_point[tin.GetTri(i).v[k]];
+            if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+                KEL_TRACE_ALWAYS(L"%s !std::isfinite(p.x) || !std::isfinite(p.y) || "
+                                 L"!std::isfinite(p.z)", writer);
+                return 0;
+            }
+        }
+    return 1;
 }
 
 // The body of a text mesh: every used vertex as vertexHead(number) + "x y z" (or "y x z" with
@@ -118,7 +132,7 @@ std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed) {
 }
 
 int WriteTinPly(const CTin& tin, std::ostream& out) {
-    if (!HasTriangles(tin, L"WriteTinPly tin.GetTriSize() < 1")) return 0;
+    if (!Exportable(tin, L"WriteTinPly")) return 0;
     int nUsed = 0;
     const std::vector<int> number = NumberTinVertices(tin, nUsed);
     std::string s =
@@ -133,7 +147,7 @@ int WriteTinPly(const CTin& tin, std::ostream& out) {
 }
 
 int WriteTinObj(const CTin& tin, std::ostream& out) {
-    if (!HasTriangles(tin, L"WriteTinObj tin.GetTriSize() < 1")) return 0;
+    if (!Exportable(tin, L"WriteTinObj")) return 0;
     int nUsed = 0;
     const std::vector<int> number = NumberTinVertices(tin, nUsed);
     std::string s = "# kelscan surface: x east, y north, z up (m)\n# " + std::to_string(nUsed) +
@@ -144,7 +158,7 @@ int WriteTinObj(const CTin& tin, std::ostream& out) {
 }
 
 int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name, const SYSTEMTIME& when) {
-    if (!HasTriangles(tin, L"WriteTinLandXml tin.GetTriSize() < 1")) return 0;
+    if (!Exportable(tin, L"WriteTinLandXml")) return 0;
     int nUsed = 0;
     const std::vector<int> number = NumberTinVertices(tin, nUsed);
     double zMin = 0.0, zMax = 0.0;
@@ -224,7 +238,7 @@ std::string Ramp(double f) {
 
 int WriteTinSvg(const CTin& tin, std::ostream& out,
                 const kel_templ::CKelArray<CPolyline, CPolyline&>* breakLines) {
-    if (!HasTriangles(tin, L"WriteTinSvg tin.GetTriSize() < 1")) return 0;
+    if (!Exportable(tin, L"WriteTinSvg")) return 0;
     // Extent of the used vertices (the break lines lie inside or on it once forced in).
     int nUsed = 0;
     const std::vector<int> number = NumberTinVertices(tin, nUsed);

@@ -4,14 +4,16 @@
 // and an SVG plan drawing.
 //
 // Coordinates are written as the surface holds them: x east, y north, z up, in metres, with
-// kTinExportDecimals decimals ("%.*f" in the C locale). Only vertices that some triangle uses
-// are written, in vertex-index order, numbered from 0 (PLY) or 1 (OBJ, LandXML); a vertex left
-// out of the mesh (a skipped duplicate, a corner cut off by thin-triangle removal) would only
-// be a stray point in the other program. Faces keep the surface's vertex order:
-// counter-clockwise seen from above in the x east, y north plane.
+// kTinExportDecimals decimals (kel_num::Fixed: a point whatever the locale). Only vertices that
+// some triangle uses are written, in vertex-index order, numbered from 0 (PLY) or 1 (OBJ,
+// LandXML); a vertex left out of the mesh (a skipped duplicate, a corner cut off by
+// thin-triangle removal) would only be a stray point in the other program. Faces keep the
+// surface's vertex order: counter-clockwise seen from above in the x east, y north plane.
 //
-// Each writer returns 1, or 0 after one trace line when the surface has no triangle or the
-// stream failed. What was written before a stream failure stays in the stream.
+// Each writer returns 1, or 0 after one trace line when the surface has no triangle, when a
+// vertex of a triangle is not finite (NaN or infinite: it would reach the other program as
+// "nan" or "inf") or the stream failed. What was written before a stream failure stays in the
+// stream.
 #include <ostream>
 #include <vector>
 

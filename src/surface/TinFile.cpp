@@ -1,4 +1,5 @@
 // CTin: the surface files, versions 0, 1 and 2, little-endian and field by field.
+#include <cmath>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -110,7 +111,12 @@ int ReadArray(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins, con
             file.Close();
             return 0;
         }
-        if (count < 1) {
+        if (count < 0) {
+            file.Close();
+            KEL_TRACE_ALWAYS(L"%s count < 0", what);
+            return 0;
+        }
+        if (count == 0) {
             file.Close();
             return 1;
         }
@@ -213,8 +219,14 @@ int CTin::ReadMesh(CFile& file) {
     m_point.SetSize(nPt);
     for (int i = 0; i < nPt; ++i) {
         const std::size_t off = static_cast<std::size_t>(i) * kVertexBytes;
-        m_point[i].SetXYZ(kel_bytes::GetF64(b.data(), off), kel_bytes::GetF64(b.data(), off + 8),
-                          kel_bytes::GetF64(b.data(), off + 16));
+        const double x = kel_bytes::GetF64(b.data(), off), y = kel_bytes::GetF64(b.data(), off + 8),
+                     z = kel_bytes::GetF64(b.data(), off + 16);
+        if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(z)) {
+            KEL_TRACE_ALWAYS(L"CTin::ReadMesh !std::isfinite(x) || !std::isfinite(y) || "
+                             L"!std::isfinite(z)");
+            return 0;
+        }
+        m_point[i].SetXYZ(x, y, z);
     }
     if (!ReadI32(file, nTri) || nTri < 0 || !ReadExact(file, b, kTriBytes * static_cast<long long>(nTri)))
         return 0;
@@ -279,8 +291,7 @@ int CTin::WriteBIN_VER2_SUB(CFile& file) {
     const int n = m_point.GetSize();
     if (m_texU.GetSize() != n || m_texV.GetSize() != n) {
         // Not computed yet (a mesh built with AddTri, for one): derive them now.
-        UpdateTinRange();
-        UpdateTextureCoord();
+        if (!UpdateTinRange() || !UpdateTextureCoord()) return 0;
     }
     Bytes b(4 + 8 * static_cast<std::size_t>(n));
     kel_bytes::PutI32(b.data(), 0, n);
@@ -313,9 +324,7 @@ int CTin::ReadBIN_VER0(const wchar_t* fname) {
         file.Close();
         if (!ok) return 0;
         ClearTexture();
-        UpdateTinRange();
-        UpdateDepth();
-        return 1;
+        return UpdateTinRange() && UpdateDepth() ? 1 : 0;
     } catch (const CFileException&) {
         file.Abort();
         KEL_TRACE_ALWAYS(L"CTin::ReadBIN_VER0 CFileException");
@@ -335,9 +344,7 @@ int CTin::ReadBIN_VER1_SUB(CFile& file) {
         !ReadExact(file, reserved, kReservedBytes))
         return 0;
     ClearTexture();
-    UpdateTinRange();
-    UpdateDepth();
-    return 1;
+    return UpdateTinRange() && UpdateDepth() ? 1 : 0;
 }
 
 int CTin::ReadBIN_VER2_SUB(CFile& file) {
@@ -353,9 +360,7 @@ int CTin::ReadBIN_VER2_SUB(CFile& file) {
         m_texU[i] = kel_bytes::GetF32(b.data(), 8 * static_cast<std::size_t>(i));
         m_texV[i] = kel_bytes::GetF32(b.data(), 8 * static_cast<std::size_t>(i) + 4);
     }
-    UpdateTinRange();
-    UpdateDepth();
-    return 1;
+    return UpdateTinRange() && UpdateDepth() ? 1 : 0;
 }
 
 int CTin::ReadBIN_VER1(const wchar_t* fname, kel_templ::CKelArray<CTin, CTin&>& tins) {

@@ -304,6 +304,14 @@ TEST_F(TinExportTest, EmptySurfaceAndFailedStream) {
     broken.setstate(std::ios::badbit);
     EXPECT_EQ(WriteTinObj(tin, broken), 0);
     EXPECT_EQ(Lines(), std::vector<std::string>{"WriteTinObj !out"});
+    // A vertex that is not a number never reaches the file as "nan".
+    ClearLines();
+    CTin bad = Surface();
+    bad.m_point[bad.GetTri(0).v[1]].z = std::nan("");
+    EXPECT_EQ(WriteTinLandXml(bad, out, "x", when), 0);
+    EXPECT_TRUE(out.str().empty());
+    EXPECT_EQ(Lines(), std::vector<std::string>{"WriteTinLandXml !std::isfinite(p.x) || "
+                                                "!std::isfinite(p.y) || !std::isfinite(p.z)"});
 }
 
 }  // namespace

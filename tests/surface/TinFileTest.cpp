@@ -1,7 +1,9 @@
 // The surface files: golden bytes, round trips, the fallbacks between versions, short files.
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "common/KelTest.h"
 #include "surface/Tin.h"
@@ -178,6 +180,23 @@ TEST_F(TinFileTest, ShortAndOddFiles) {
     EXPECT_EQ(Lines()[1], "CTin::ReadBIN_VER2 FALSE == file.Open( fname,CFile::modeRead)");
     EXPECT_EQ(Lines()[2], "CTin::ReadBIN_VER0 FALSE == file.Open( fname,CFile::modeRead)");
     EXPECT_EQ(one.WriteBIN_VER0(L"\\no\\such\\folder.tin"), 0);
+
+    // A negative count of surfaces, and vertices that are not finite, are refused with a line.
+    ClearLines();
+    std::string negative = Magic("TIN_2.00");
+    I32(negative, -1);
+    WriteFileBytes(HostPath("negative.tin"), negative);
+    EXPECT_EQ(CTin::ReadBIN_VER2(L"\\negative.tin", tins), 0);
+    for (double bad : {std::nan(""), -HUGE_VAL}) {
+        std::string v0 = SmallMesh() + std::string(24, '\0');
+        std::memcpy(&v0[4 + 8 + 8 * 3], &bad, 8);  // y of vertex 1
+        WriteFileBytes(HostPath("nan.tin"), v0);
+        EXPECT_EQ(one.ReadBIN_VER0(L"\\nan.tin"), 0);
+    }
+    const std::string notFinite =
+        "CTin::ReadMesh !std::isfinite(x) || !std::isfinite(y) || !std::isfinite(z)";
+    EXPECT_EQ(Lines(),
+              (std::vector<std::string>{"CTin::ReadBIN_VER2 count < 0", notFinite, notFinite}));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 #include <random>
+#include <set>
 #include <string>
 
 #include "TinCheck.h"
@@ -77,28 +78,43 @@ TEST_F(TinTest, BatchDuplicatesAreSkippedWithTheirLine) {
     EXPECT_EQ(tin.GetTriSize(), 3);
 }
 
-TEST_F(TinTest, AddPointMatchesTheLinearFirstMatch) {
+TEST_F(TinTest, AddPointMatchesTheLinearFirstMatchUnderEveryWriter) {
     CTin tin;
-    tin.SetEPS(0.01);
+    tin.AddPoint(0, 0, 0);
+    tin.BeginAddPoint(2);  // rewrites slot 0
+    tin.AddPoint2(5, 5, 1);
+    tin.AddPoint2(6, 6, 2);
+    tin.EndAddPoint();
+    EXPECT_EQ(tin.AddPoint(5, 5, 3), 0);
+    // Random single and batch insertion, tolerance changes and resets. Coordinates on a 0.006 m
+    // lattice: many points fall within the tolerance of earlier ones, some of several at once.
     std::mt19937 rng(11);
-    // Coordinates on a 0.006 m lattice: many points fall within the tolerance of earlier ones,
-    // some of several at once.
-    std::uniform_int_distribution<int> u(0, 60);
-    std::vector<CXYZ> pts;
-    for (int i = 0; i < 3000; ++i) {
-        const double x = u(rng) * 0.006, y = u(rng) * 0.006, z = i;
-        int want = -1;
-        for (std::size_t k = 0; k < pts.size() && want < 0; ++k)
-            if (std::fabs(pts[k].x - x) <= 0.01 && std::fabs(pts[k].y - y) <= 0.01)
-                want = static_cast<int>(k);
-        if (want < 0) {
-            want = static_cast<int>(pts.size());
-            pts.emplace_back(x, y, z);
+    std::uniform_int_distribution<int> u(0, 60), op(0, 99);
+    auto coord = [&] { return u(rng) * 0.006; };
+    for (int step = 0; step < 8000; ++step) {
+        const int o = op(rng);
+        if (o < 3) {
+            const int n = u(rng) % 9, given = u(rng) % 9;
+            tin.BeginAddPoint(n);
+            for (int k = 0; k < given; ++k) tin.AddPoint2(coord(), coord(), step);
+            tin.EndAddPoint();
+            ASSERT_EQ(tin.GetPointSize(), given);
+        } else if (o < 5) {
+            tin.SetEPS(0.004 * (1 + u(rng) % 4));
+        } else if (o == 5) {
+            tin.InitData();
+        } else {
+            const double x = coord(), y = coord();
+            int want = 0;
+            const double eps = tin.GetEPS();
+            while (want < tin.GetPointSize() && !(std::fabs(tin.m_point[want].x - x) <= eps &&
+                                                  std::fabs(tin.m_point[want].y - y) <= eps))
+                ++want;
+            const double zBefore = want < tin.GetPointSize() ? tin.m_point[want].z : step;
+            ASSERT_EQ(tin.AddPoint(x, y, step), want) << "step " << step;
+            EXPECT_EQ(tin.m_point[want].z, zBefore);  // a match keeps its z
         }
-        ASSERT_EQ(tin.AddPoint(x, y, z), want) << "point " << i;
     }
-    EXPECT_EQ(tin.GetPointSize(), static_cast<int>(pts.size()));
-    EXPECT_EQ(tin.m_point[0].z, 0.0);  // the first z is kept
 }
 
 TEST_F(TinTest, CreateTinFailuresEmptyTheSurface) {
@@ -229,6 +245,30 @@ TEST_F(TinTest, SwapTriFlipsTheDiagonalAndRelinksTheOuterNeighbour) {
     EXPECT_EQ(Lines().size(), 2u);
 }
 
+TEST_F(TinTest, BrokenLinksAreReportedNotFollowed) {
+    // Two triangles of a square sharing the diagonal 0 - 2.
+    CTin tin;
+    for (const auto& q : {std::array<double, 2>{0, 0}, {2, 0}, {2, 2}, {0, 2}, {1, 1}})
+        tin.AddPoint(q[0], q[1], 0.0);
+    tin.AddTri(0, 1, 2);
+    tin.AddTri(0, 2, 3);
+    tin.UpdateTopology();
+    CTin bad(tin);
+    bad.m_tri[1].v[2] = 9;
+    EXPECT_DEATH(bad.Optimization(0, 1), "index 9 out of range");
+    // Triangle 1 no longer names triangle 0 across the diagonal: a point on it splits
+    // triangle 0 alone, and the links stay mutual.
+    for (int k = 0; k < 3; ++k)
+        if (tin.m_tri[1].nb[k] == 0) tin.m_tri[1].nb[k] = -1;
+    tin.m_tri.SetSize(4);
+    int count = 2;
+    tin.DivideTriOnSide(4, count, 0, 2);
+    tin.m_tri.SetSize(count);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(Lines(), std::vector<std::string>{"CTin::DivideTriOnSide i >= 3"});
+    CheckMesh(tin, false, false);
+}
+
 TEST_F(TinTest, AddTriTopologyAndDelTri) {
     CTin tin;
     for (double x : {0.0, 1.0}) {
@@ -292,42 +332,83 @@ TEST_F(TinTest, QueriesOnAPlane) {
     EXPECT_DOUBLE_EQ(tin.GetTexU()[tin.GetPointSize() - 1], 1.0);   // (8, 8)
 }
 
-TEST_F(TinTest, BreakLinesBecomeChainsOfEdges) {
+// Builds random terrain with the given break lines (vertices x, y, z) and checks that every
+// segment is a chain of mesh edges through the vertices lying on it, whose heights are linear
+// between the segment's ends.
+void CheckBreakLines(const std::vector<std::vector<CXYZ>>& lines, unsigned seed,
+                     const std::vector<std::string>& logged) {
     CTin tin;
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<double> u(0.0, 100.0);
-    for (int i = 0; i < 400; ++i) tin.AddPoint(u(rng), u(rng), 0.0);
-    const int a = tin.AddPoint(-1.0, 10.0, 5.0);
-    const int b = tin.AddPoint(101.0, 83.0, 25.0);
-    ASSERT_EQ(tin.AddBreakLine(a, b), 1);
-    EXPECT_EQ(tin.AddBreakLine(a, a), 0);
-    ClearLines();
-    const int before = tin.GetPointSize();
-    ASSERT_EQ(tin.CreateTin(0.0), 1);
-    EXPECT_TRUE(Lines().empty());
-    EXPECT_GT(tin.GetPointSize(), before);
-    CheckMesh(tin, true);
-    // The new vertices lie on the segment with its height; consecutive ones are joined.
-    std::vector<std::pair<double, int>> chain = {{0.0, a}, {1.0, b}};
-    for (int i = before; i < tin.GetPointSize(); ++i) {
-        const CXYZ& p = tin.m_point[i];
-        const double t = (p.x + 1.0) / 102.0;
-        EXPECT_NEAR(p.y, 10.0 + 73.0 * t, 1e-9);
-        EXPECT_NEAR(p.z, 5.0 + 20.0 * t, 1e-9);
-        chain.emplace_back(t, i);
-    }
-    std::sort(chain.begin(), chain.end());
-    for (std::size_t c = 0; c + 1 < chain.size(); ++c) {
-        bool found = false;
-        for (int i = 0; i < tin.GetTriSize() && !found; ++i)
-            for (int k = 0; k < 3; ++k) {
-                const int v0 = tin.GetTri(i).v[k], v1 = tin.GetTri(i).v[(k + 1) % 3];
-                if ((v0 == chain[c].second && v1 == chain[c + 1].second) ||
-                    (v1 == chain[c].second && v0 == chain[c + 1].second))
-                    found = true;
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(0.0, 100.0), h(-3.0, 3.0);
+    for (int i = 0; i < 400; ++i) tin.AddPoint(u(rng), u(rng), h(rng));
+    for (const auto& line : lines)
+        for (std::size_t k = 0; k + 1 < line.size(); ++k) {
+            const int a = tin.AddPoint(line[k].x, line[k].y, line[k].z);
+            const int b = tin.AddPoint(line[k + 1].x, line[k + 1].y, line[k + 1].z);
+            ASSERT_EQ(tin.AddBreakLine(a, b), 1);
+        }
+    ASSERT_EQ(tin.CreateTin(0.0), 1) << "seed " << seed;
+    EXPECT_TRUE(logged.empty()) << logged[0];
+    CheckMesh(tin, false);
+    std::set<std::pair<int, int>> edges;
+    for (int i = 0; i < tin.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k) {
+            const int v0 = tin.GetTri(i).v[k], v1 = tin.GetTri(i).v[(k + 1) % 3];
+            edges.emplace(std::min(v0, v1), std::max(v0, v1));
+        }
+    for (std::size_t l = 0; l < lines.size(); ++l)
+        for (std::size_t k = 0; k + 1 < lines[l].size(); ++k) {
+            const CXYZ &a = lines[l][k], &b = lines[l][k + 1];
+            const double ex = b.x - a.x, ey = b.y - a.y, len2 = ex * ex + ey * ey;
+            std::vector<std::pair<double, int>> chain;
+            for (int i = 0; i < tin.GetPointSize(); ++i) {
+                const CXYZ& p = tin.m_point[i];
+                const double t = ((p.x - a.x) * ex + (p.y - a.y) * ey) / len2;
+                const double off = (p.y - a.y) * ex - (p.x - a.x) * ey;
+                if (t < -1e-12 || t > 1.0 + 1e-12 || off * off > 1e-14 * len2) continue;
+                chain.emplace_back(t, i);
+                EXPECT_NEAR(p.z, a.z + t * (b.z - a.z), 1e-9) << "seed " << seed << " line " << l;
             }
-        EXPECT_TRUE(found) << "piece " << c << " is not an edge";
+            std::sort(chain.begin(), chain.end());
+            ASSERT_GE(chain.size(), 2u);
+            for (std::size_t c = 0; c + 1 < chain.size(); ++c) {
+                const int v0 = chain[c].second, v1 = chain[c + 1].second;
+                EXPECT_EQ(edges.count({std::min(v0, v1), std::max(v0, v1)}), 1u)
+                    << "seed " << seed << " line " << l << " segment " << k << " piece " << c;
+            }
+        }
+}
+
+TEST_F(TinTest, BreakLinesHoldWhateverTheirOrderAndCrossings) {
+    // A sharp V and a zigzag at 9 m spacing, with heights of their own.
+    CheckBreakLines({{CXYZ(40, 90, 9), CXYZ(50, 10, -7), CXYZ(60, 90, 9)}}, 1, Lines());
+    std::vector<CXYZ> zigzag;
+    for (int k = 0; k <= 10; ++k) zigzag.emplace_back(5.0 + 9.0 * k, k % 2 ? 80.0 : 20.0, k % 3);
+    CheckBreakLines({zigzag}, 2, Lines());
+    // Random crossing lines; their heights from one plane, so that a crossing's height is right
+    // for both lines.
+    for (unsigned seed = 3; seed < 8; ++seed) {
+        std::mt19937 rng(seed);
+        std::uniform_real_distribution<double> u(1.0, 99.0);
+        std::vector<std::vector<CXYZ>> lines(6);
+        for (auto& line : lines)
+            for (int k = 0; k < 2 + static_cast<int>(rng() % 3); ++k) {
+                const double x = u(rng), y = u(rng);
+                line.emplace_back(x, y, 0.05 * x - 0.02 * y + 4.0);
+            }
+        CheckBreakLines(lines, seed, Lines());
     }
+    // A segment that leaves the mesh fails the build and names itself.
+    CTin gap;
+    for (const auto& q : {std::array<double, 2>{0, 0}, {2, 0}, {0, 2}, {5, 5}, {6, 5}, {5, 6}})
+        gap.AddPoint(q[0], q[1], 0.0);
+    gap.AddTri(0, 1, 2);
+    gap.AddTri(3, 4, 5);
+    gap.UpdateTopology();
+    gap.AddBreakLine(0, 3);
+    EXPECT_EQ(gap.BreakLine(), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CTin::BreakLine segment 0 (0 - 3) not recovered");
 }
 
 TEST_F(TinTest, DelTriWithAngleRemovesThinBoundaryTriangles) {

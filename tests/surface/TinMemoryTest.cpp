@@ -1,0 +1,134 @@
+// Memory failures of CTin's growth paths: each allocation in turn fails once, and the operation
+// must end in its failure result with one "CTin::Operation CMemoryException" line, never with
+// an exception. The library's arrays take their memory from the global operator new (blocks
+// below the page-mapping size), so this program replaces it with one that can be told to fail.
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "common/KelTest.h"
+#include "surface/Tin.h"
+
+namespace {
+
+long g_failIn = -1;  // allocations to let through before one fails; -1 never
+bool g_failed = false;
+
+void* Allocate(std::size_t n, std::size_t align) {
+    if (g_failIn >= 0 && g_failIn-- == 0) {
+        g_failed = true;
+        throw std::bad_alloc();
+    }
+    if (n == 0) n = 1;
+    void* p = align > alignof(std::max_align_t)
+                  ? std::aligned_alloc(align, (n + align - 1) / align * align)
+                  : std::malloc(n);
+    if (p == nullptr) throw std::bad_alloc();
+    return p;
+}
+
+}  // namespace
+
+void* operator new(std::size_t n) { return Allocate(n, 0); }
+void* operator new[](std::size_t n) { return Allocate(n, 0); }
+void* operator new(std::size_t n, std::align_val_t a) {
+    return Allocate(n, static_cast<std::size_t>(a));
+}
+void* operator new[](std::size_t n, std::align_val_t a) {
+    return Allocate(n, static_cast<std::size_t>(a));
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+
+namespace {
+
+class TinMemoryTest : public kel_test::KelFixture {};
+
+// A small triangulated surface with a break line.
+CTin Built() {
+    CTin tin;
+    for (int i = 0; i < 40; ++i) tin.AddPoint((i * 37) % 23 * 1.5, (i * 11) % 17 * 2.25, i * 0.5);
+    tin.AddBreakLine(0, 7);
+    EXPECT_EQ(tin.CreateTin(0.0), 1);
+    return tin;
+}
+
+TEST_F(TinMemoryTest, EveryGrowthPathTurnsBadAllocIntoItsFailureResult) {
+    struct Case {
+        const char* op;
+        std::function<bool(CTin&)> run;  // true on success
+    };
+    const std::vector<Case> cases = {
+        {"BeginAddPoint",
+         [](CTin& t) {
+             const int before = t.GetPointSize();
+             t.BeginAddPoint(before + 5000);
+             const bool grown = t.GetPointSize() == before + 5000;
+             EXPECT_TRUE(grown || t.GetPointSize() == before);  // as it was on failure
+             return grown;
+         }},
+        {"AddPoint", [](CTin& t) { return t.AddPoint(1e3, 1e3, 0) >= 0; }},
+        {"AddPoint2",
+         [](CTin&) {
+             CTin fresh;  // no room yet: the point is appended
+             return fresh.AddPoint2(1e3, 1e3, 0) >= 0;
+         }},
+        {"AddTri", [](CTin& t) { return t.AddTri(0, 1, 2) >= 0; }},
+        {"AddBreakLine", [](CTin& t) { return t.AddBreakLine(1, 2) == 1; }},
+        {"Copy",
+         [](CTin& t) {
+             CTin copy;
+             copy.Copy(t);
+             return copy.GetTriSize() == t.GetTriSize() && copy.GetPointSize() > 0;
+         }},
+        {"UpdateTinRange", [](CTin& t) { return t.UpdateTinRange() == 1; }},
+        {"UpdateDepth", [](CTin& t) { return t.UpdateDepth() == 1; }},
+        {"UpdateTextureCoord", [](CTin& t) { return t.UpdateTextureCoord() == 1; }},
+        {"DelTriWithAngle", [](CTin& t) { return t.DelTriWithAngle(30.0, 0) == 1; }},
+        {"CreateTin", [](CTin& t) { return t.CreateTin(10.0) == 1; }},
+    };
+    for (const Case& c : cases) {
+        bool reachedSuccess = false;
+        for (long failAt = 0; failAt < 200 && !reachedSuccess; ++failAt) {
+            CTin tin = Built();
+            ClearLines();
+            g_failed = false;
+            g_failIn = failAt;
+            bool ok = false;
+            try {
+                ok = c.run(tin);
+            } catch (...) {
+                g_failIn = -1;
+                ADD_FAILURE() << c.op << ": an exception crossed the surface at allocation "
+                              << failAt;
+                break;
+            }
+            g_failIn = -1;
+            if (!g_failed) {
+                EXPECT_TRUE(ok) << c.op;
+                reachedSuccess = true;
+                continue;
+            }
+            if (ok) continue;  // the failed allocation was one the operation can do without
+            // CreateTin reports the step that failed; the others their own name.
+            ASSERT_EQ(Lines().size(), 1u) << c.op << " at allocation " << failAt;
+            const std::string& line = Lines()[0];
+            EXPECT_EQ(line.substr(0, 6), "CTin::") << line;
+            EXPECT_EQ(line.substr(line.size() - 17), " CMemoryException") << line;
+            if (std::string(c.op) != "CreateTin") {
+                EXPECT_EQ(line, std::string("CTin::") + c.op + " CMemoryException");
+            }
+        }
+        EXPECT_TRUE(reachedSuccess) << c.op;
+    }
+}
+
+}  // namespace
