@@ -1,0 +1,77 @@
+#pragma once
+// The ray query of CTin::IntersectRay: the one ray-triangle test, and CTinRayIndex, a
+// bounding-volume hierarchy over the triangles that CTin builds on the first query and drops
+// when its mesh changes.
+//
+// The index answers exactly as the test of every triangle in index order would: the smallest
+// ray parameter t > 0, and among equal t the lowest triangle index. It runs the same test
+// function on each candidate, so the point is bit for bit the brute force's; its boxes are
+// padded (kPadRel of the mesh's coordinate scale) so that no triangle the test accepts is
+// culled by rounding.
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "geometry/XYZ.h"
+
+class CTin;
+
+namespace kel_tinray {
+
+// |det| below this: the ray is taken as parallel to the triangle (no hit), as ever.
+constexpr double kParallel = 1e-15;
+
+// Moller-Trumbore: the ray o + t d against triangle (a, b, c). true with t when the ray
+// meets the closed triangle (u, v >= 0, u + v <= 1) and det is not below kParallel; t may be
+// any sign (callers keep t > 0).
+inline bool RayTriangle(const double o[3], const double d[3], const CXYZ& a, const CXYZ& b,
+                        const CXYZ& c, double& t) {
+    const double e1x = b.x - a.x, e1y = b.y - a.y, e1z = b.z - a.z;
+    const double e2x = c.x - a.x, e2y = c.y - a.y, e2z = c.z - a.z;
+    const double px = d[1] * e2z - d[2] * e2y, py = d[2] * e2x - d[0] * e2z,
+                 pz = d[0] * e2y - d[1] * e2x;
+    const double det = e1x * px + e1y * py + e1z * pz;
+    if (std::fabs(det) < kParallel) return false;
+    const double sx = o[0] - a.x, sy = o[1] - a.y, sz = o[2] - a.z;
+    const double u = (sx * px + sy * py + sz * pz) / det;
+    if (u < 0.0 || u > 1.0) return false;
+    const double qx = sy * e1z - sz * e1y, qy = sz * e1x - sx * e1z, qz = sx * e1y - sy * e1x;
+    const double v = (d[0] * qx + d[1] * qy + d[2] * qz) / det;
+    if (v < 0.0 || u + v > 1.0) return false;
+    t = (e2x * qx + e2y * qy + e2z * qz) / det;
+    return true;
+}
+
+// The brute force: every triangle in index order; the smallest t > 0 wins, the first of equal
+// t stays. 1 with t and the triangle, else 0.
+int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t, int& tri);
+
+}  // namespace kel_tinray
+
+class CTinRayIndex {
+public:
+    static constexpr int kLeafSize = 4;      // triangles per leaf
+    static constexpr double kPadRel = 1e-9;  // box padding relative to the coordinate scale
+
+    // Builds over the mesh as it is now. Throws std::bad_alloc when memory is short.
+    explicit CTinRayIndex(const CTin& tin);
+    // False when a triangle names a vertex that does not exist (the index is then empty).
+    bool Valid() const { return m_nTri >= 0; }
+    // True while the mesh still has the counts and storage it was built on (a cheap guard
+    // against edits through the public arrays; CTin drops the index on its own changes).
+    bool Matches(const CTin& tin) const;
+    // As kel_tinray::IntersectAll.
+    int Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t,
+                  int& tri) const;
+
+private:
+    struct Box {
+        float lo[3], hi[3];
+    };
+    std::vector<std::int32_t> m_order;  // triangles in the leaves' order
+    std::vector<Box> m_node;            // all levels, leaves first
+    std::vector<std::int32_t> m_levelStart;  // first node of each level; the last is the root
+    std::int32_t m_nTri = 0, m_nPt = 0;
+    const void* m_triData = nullptr;
+    const void* m_ptData = nullptr;
+};
