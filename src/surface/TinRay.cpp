@@ -18,14 +18,13 @@ inline void Keep(double t, int i, double& bestT, int& best) {
     }
 }
 
-// Spreads the low 21 bits of v to every third bit.
-inline std::uint64_t Spread3(std::uint64_t v) {
-    v &= 0x1FFFFF;
-    v = (v | v << 32) & 0x1F00000000FFFFull;
-    v = (v | v << 16) & 0x1F0000FF0000FFull;
-    v = (v | v << 8) & 0x100F00F00F00F00Full;
-    v = (v | v << 4) & 0x10C30C30C30C30C3ull;
-    v = (v | v << 2) & 0x1249249249249249ull;
+// Spreads the low 10 bits of v to every third bit.
+inline std::uint32_t Spread3(std::uint32_t v) {
+    v &= 0x3FF;
+    v = (v | v << 16) & 0x30000FF;
+    v = (v | v << 8) & 0x300F00F;
+    v = (v | v << 4) & 0x30C30C3;
+    v = (v | v << 2) & 0x9249249;
     return v;
 }
 
@@ -50,9 +49,12 @@ int kel_tinray::IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& di
     int best = -1;
     for (int i = 0; i < tin.GetTriSize(); ++i) {
         const CTin::CTri& tr = tin.GetTri(i);
+        const CXYZ& pa = tin.m_point[tr.v[0]];
+        const CXYZ& pb = tin.m_point[tr.v[1]];
+        const CXYZ& pc = tin.m_point[tr.v[2]];
+        const double a[3] = {pa.x, pa.y, pa.z}, b[3] = {pb.x, pb.y, pb.z}, c[3] = {pc.x, pc.y, pc.z};
         double ti = 0.0;
-        if (RayTriangle(o, d, tin.m_point[tr.v[0]], tin.m_point[tr.v[1]], tin.m_point[tr.v[2]], ti))
-            Keep(ti, i, bestT, best);
+        if (RayTriangle(o, d, a, b, c, ti)) Keep(ti, i, bestT, best);
     }
     if (best < 0) return 0;
     t = bestT;
@@ -76,95 +78,125 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
                 return;
             }
 
-    // Triangle boxes, centroids and the coordinate scale.
-    std::vector<double> box(static_cast<std::size_t>(n) * 6);
-    double cmin[3] = {DBL_MAX, DBL_MAX, DBL_MAX}, cmax[3] = {-DBL_MAX, -DBL_MAX, -DBL_MAX};
+    // The vertices packed, and the coordinate scale for the padding.
+    m_xyz.resize(static_cast<std::size_t>(m_nPt) * 3);
     double scale = 0.0;
-    for (int i = 0; i < n; ++i) {
-        double* b = &box[static_cast<std::size_t>(i) * 6];
-        for (int k = 0; k < 3; ++k) {
-            const CXYZ& p = pt[tr[i].v[k]];
-            const double c[3] = {p.x, p.y, p.z};
-            for (int a = 0; a < 3; ++a) {
-                if (k == 0 || c[a] < b[a]) b[a] = c[a];
-                if (k == 0 || c[a] > b[3 + a]) b[3 + a] = c[a];
-                scale = std::max(scale, std::fabs(c[a]));
-            }
-        }
+    for (int p = 0; p < m_nPt; ++p) {
+        double* q = &m_xyz[static_cast<std::size_t>(p) * 3];
+        q[0] = pt[p].x;
+        q[1] = pt[p].y;
+        q[2] = pt[p].z;
+        scale = std::max(scale, std::max(std::fabs(q[0]), std::max(std::fabs(q[1]), std::fabs(q[2]))));
+    }
+    m_pad = kPadRel * (scale > 0.0 ? scale : 1.0);
+
+    // Morton codes of the triangles' centroids (10 bits an axis: finer cells would only order
+    // the few triangles of a leaf), sorted with their index by an LSD radix sort.
+    auto centroid = [&](int i, int a) {
+        return (m_xyz[static_cast<std::size_t>(tr[i].v[0]) * 3 + a] +
+                m_xyz[static_cast<std::size_t>(tr[i].v[1]) * 3 + a] +
+                m_xyz[static_cast<std::size_t>(tr[i].v[2]) * 3 + a]) / 3.0;
+    };
+    double cmin[3] = {DBL_MAX, DBL_MAX, DBL_MAX}, cmax[3] = {-DBL_MAX, -DBL_MAX, -DBL_MAX};
+    for (int i = 0; i < n; ++i)
         for (int a = 0; a < 3; ++a) {
-            const double c = 0.5 * (b[a] + b[3 + a]);
+            const double c = centroid(i, a);
             cmin[a] = std::min(cmin[a], c);
             cmax[a] = std::max(cmax[a], c);
         }
-    }
-    const double pad = kPadRel * (scale > 0.0 ? scale : 1.0);
-
-    // Morton order of the centroids (21 bits an axis), by an LSD radix sort with the index.
-    std::vector<std::uint64_t> key(static_cast<std::size_t>(n)), tmpKey(key.size());
-    m_order.resize(key.size());
-    std::vector<std::int32_t> tmpOrder(key.size());
+    std::vector<std::uint32_t> key(static_cast<std::size_t>(n)), tmpKey(key.size());
+    std::vector<std::int32_t> order(key.size()), tmpOrder(key.size());
     for (int i = 0; i < n; ++i) {
-        const double* b = &box[static_cast<std::size_t>(i) * 6];
-        std::uint64_t code = 0;
+        std::uint32_t code = 0;
         for (int a = 0; a < 3; ++a) {
             const double ext = cmax[a] - cmin[a];
-            const double c = 0.5 * (b[a] + b[3 + a]);
-            const double q = ext > 0.0 ? (c - cmin[a]) / ext * 2097151.0 : 0.0;
-            code |= Spread3(static_cast<std::uint64_t>(q)) << a;
+            const double q = ext > 0.0 ? (centroid(i, a) - cmin[a]) / ext * 1023.0 : 0.0;
+            code |= Spread3(static_cast<std::uint32_t>(q)) << a;
         }
         key[static_cast<std::size_t>(i)] = code;
-        m_order[static_cast<std::size_t>(i)] = i;
+        order[static_cast<std::size_t>(i)] = i;
     }
-    constexpr int kBits = 11;
-    for (int shift = 0; shift < 63; shift += kBits) {
-        std::vector<std::size_t> count((1u << kBits) + 1, 0);
-        for (std::uint64_t k : key) ++count[((k >> shift) & ((1u << kBits) - 1)) + 1];
+    constexpr int kBits = 10;
+    constexpr std::uint32_t kMask = (1u << kBits) - 1;
+    std::vector<std::size_t> count((1u << kBits) + 1);
+    for (int shift = 0; shift < 30; shift += kBits) {
+        std::fill(count.begin(), count.end(), 0);
+        for (std::uint32_t k : key) ++count[((k >> shift) & kMask) + 1];
         for (std::size_t b = 1; b < count.size(); ++b) count[b] += count[b - 1];
         for (std::size_t i = 0; i < key.size(); ++i) {
-            const std::size_t dst = count[(key[i] >> shift) & ((1u << kBits) - 1)]++;
+            const std::size_t dst = count[(key[i] >> shift) & kMask]++;
             tmpKey[dst] = key[i];
-            tmpOrder[dst] = m_order[i];
+            tmpOrder[dst] = order[i];
         }
         key.swap(tmpKey);
-        m_order.swap(tmpOrder);
+        order.swap(tmpOrder);
     }
+    tmpKey = std::vector<std::uint32_t>();
+    tmpOrder = std::vector<std::int32_t>();
+    m_tri.resize(static_cast<std::size_t>(n) * 4);
+    for (int j = 0; j < n; ++j) {
+        const int i = order[static_cast<std::size_t>(j)];
+        std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
+        q[0] = i;
+        q[1] = tr[i].v[0];
+        q[2] = tr[i].v[1];
+        q[3] = tr[i].v[2];
+    }
+    m_pair.reserve(static_cast<std::size_t>((n + kLeafSize - 1) / kLeafSize));
+    double lo[3], hi[3];
+    Build(m_root, 0, n, key, lo, hi);
+}
 
-    // Leaves of kLeafSize consecutive triangles, then each level pairs the one below.
-    const int nLeaf = (n + kLeafSize - 1) / kLeafSize;
-    m_node.reserve(static_cast<std::size_t>(2 * nLeaf));
-    m_levelStart.push_back(0);
-    for (int l = 0; l < nLeaf; ++l) {
-        double lo[3] = {DBL_MAX, DBL_MAX, DBL_MAX}, hi[3] = {-DBL_MAX, -DBL_MAX, -DBL_MAX};
-        for (int j = l * kLeafSize; j < std::min(n, (l + 1) * kLeafSize); ++j) {
-            const double* b = &box[static_cast<std::size_t>(m_order[static_cast<std::size_t>(j)]) * 6];
-            for (int a = 0; a < 3; ++a) {
-                lo[a] = std::min(lo[a], b[a]);
-                hi[a] = std::max(hi[a], b[3 + a]);
-            }
-        }
-        Box nb;
+void CTinRayIndex::Build(Node& nd, int begin, int end, const std::vector<std::uint32_t>& code,
+                         double lo[3], double hi[3]) {
+    if (end - begin <= kLeafSize) {
         for (int a = 0; a < 3; ++a) {
-            nb.lo[a] = FloatBelow(lo[a] - pad);
-            nb.hi[a] = FloatAbove(hi[a] + pad);
+            lo[a] = DBL_MAX;
+            hi[a] = -DBL_MAX;
         }
-        m_node.push_back(nb);
-    }
-    int count = nLeaf;
-    while (count > 1) {
-        const int start = m_levelStart.back();
-        m_levelStart.push_back(static_cast<std::int32_t>(m_node.size()));
-        for (int i = 0; i < count; i += 2) {
-            Box nb = m_node[static_cast<std::size_t>(start + i)];
-            if (i + 1 < count) {
-                const Box& o = m_node[static_cast<std::size_t>(start + i + 1)];
+        for (int j = begin; j < end; ++j)
+            for (int k = 1; k <= 3; ++k) {
+                const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 4 + k]) * 3];
                 for (int a = 0; a < 3; ++a) {
-                    nb.lo[a] = std::min(nb.lo[a], o.lo[a]);
-                    nb.hi[a] = std::max(nb.hi[a], o.hi[a]);
+                    lo[a] = std::min(lo[a], p[a]);
+                    hi[a] = std::max(hi[a], p[a]);
                 }
             }
-            m_node.push_back(nb);
+        nd.first = begin;
+        nd.count = end - begin;
+    } else {
+        // Split where the highest differing bit of the codes turns on (the middle when all
+        // codes are equal): the two halves are the two halves of a Morton cell.
+        const std::uint32_t c0 = code[static_cast<std::size_t>(begin)];
+        const std::uint32_t c1 = code[static_cast<std::size_t>(end - 1)];
+        int mid = begin + (end - begin) / 2;
+        if (c0 != c1) {
+            int bit = 31;
+            while (((c0 ^ c1) >> bit & 1u) == 0) --bit;
+            const std::uint32_t splitBit = 1u << bit;
+            mid = static_cast<int>(std::partition_point(code.begin() + begin, code.begin() + end,
+                                                        [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
+                                   code.begin());
         }
-        count = (count + 1) / 2;
+        const int pair = static_cast<int>(m_pair.size());
+        m_pair.emplace_back();
+        nd.first = pair;
+        nd.count = 0;
+        double lo1[3], hi1[3];
+        // m_pair may move while the children are built: fill copies, then store them.
+        Node left{}, right{};
+        Build(left, begin, mid, code, lo, hi);
+        Build(right, mid, end, code, lo1, hi1);
+        m_pair[static_cast<std::size_t>(pair)].child[0] = left;
+        m_pair[static_cast<std::size_t>(pair)].child[1] = right;
+        for (int a = 0; a < 3; ++a) {
+            lo[a] = std::min(lo[a], lo1[a]);
+            hi[a] = std::max(hi[a], hi1[a]);
+        }
+    }
+    for (int a = 0; a < 3; ++a) {
+        nd.lo[a] = FloatBelow(lo[a] - m_pad);
+        nd.hi[a] = FloatAbove(hi[a] + m_pad);
     }
 }
 
@@ -174,27 +206,23 @@ bool CTinRayIndex::Matches(const CTin& tin) const {
            static_cast<const void*>(tin.m_point.GetData()) == m_ptData;
 }
 
-int CTinRayIndex::Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t,
+int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, double& t,
                             int& tri) const {
     if (m_nTri <= 0) return 0;
     const double o[3] = {origin.x, origin.y, origin.z}, d[3] = {dir.x, dir.y, dir.z};
+    // A zero component gets a huge finite inverse instead of an infinite one: the slab of that
+    // axis is then (-huge, +huge) when the origin lies in it, never NaN; outside it a box may
+    // be entered needlessly, which costs time only.
     double inv[3];
-    for (int a = 0; a < 3; ++a) inv[a] = d[a] != 0.0 ? 1.0 / d[a] : 0.0;
-    const CXYZ* pt = tin.m_point.GetData();
-    const CTin::CTri* trs = tin.m_tri.GetData();
+    for (int a = 0; a < 3; ++a) inv[a] = d[a] != 0.0 ? 1.0 / d[a] : 1e300;
     constexpr double kMiss = std::numeric_limits<double>::infinity();
     double bestT = kMiss;
     int best = -1;
 
-    // Entry parameter of the ray into a box, or +inf when it misses or lies behind.
-    auto enter = [&](const Box& b) {
-        double tn = -std::numeric_limits<double>::infinity();
-        double tf = std::numeric_limits<double>::infinity();
+    // Entry parameter of the ray into a box, or kMiss when it misses it or the box lies behind.
+    auto enter = [&](const Node& b) {
+        double tn = -kMiss, tf = kMiss;
         for (int a = 0; a < 3; ++a) {
-            if (d[a] == 0.0) {
-                if (o[a] < b.lo[a] || o[a] > b.hi[a]) return kMiss;
-                continue;
-            }
             double t0 = (b.lo[a] - o[a]) * inv[a], t1 = (b.hi[a] - o[a]) * inv[a];
             if (t0 > t1) std::swap(t0, t1);
             tn = std::max(tn, t0);
@@ -203,43 +231,42 @@ int CTinRayIndex::Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir
         return tn <= tf && tf >= 0.0 ? tn : kMiss;
     };
 
-    const int top = static_cast<int>(m_levelStart.size()) - 1;
     struct Item {
-        int level, index;
+        const Node* node;
         double tEnter;
     };
-    Item stack[128];
+    Item stack[192];
     int sp = 0;
-    const double tRoot = enter(m_node[static_cast<std::size_t>(m_levelStart[top])]);
+    const double tRoot = enter(m_root);
     if (tRoot == kMiss) return 0;
-    stack[sp++] = {top, 0, tRoot};
+    stack[sp++] = {&m_root, tRoot};
     while (sp > 0) {
         const Item it = stack[--sp];
         if (it.tEnter > bestT) continue;
-        if (it.level == 0) {
-            const int end = std::min(m_nTri, (it.index + 1) * kLeafSize);
-            for (int j = it.index * kLeafSize; j < end; ++j) {
-                const int i = m_order[static_cast<std::size_t>(j)];
-                const CTin::CTri& tr = trs[i];
+        const Node& nd = *it.node;
+        if (nd.count > 0) {
+            for (int j = nd.first; j < nd.first + nd.count; ++j) {
+                const std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
                 double ti = 0.0;
-                if (kel_tinray::RayTriangle(o, d, pt[tr.v[0]], pt[tr.v[1]], pt[tr.v[2]], ti))
-                    Keep(ti, i, bestT, best);
+                if (kel_tinray::RayTriangle(o, d, &m_xyz[static_cast<std::size_t>(q[1]) * 3],
+                                            &m_xyz[static_cast<std::size_t>(q[2]) * 3],
+                                            &m_xyz[static_cast<std::size_t>(q[3]) * 3], ti))
+                    Keep(ti, q[0], bestT, best);
             }
             continue;
         }
-        const int below = m_levelStart[static_cast<std::size_t>(it.level - 1)];
-        const int nBelow = m_levelStart[static_cast<std::size_t>(it.level)] - below;
-        const int c0 = 2 * it.index, c1 = c0 + 1;
-        const double t0 = enter(m_node[static_cast<std::size_t>(below + c0)]);
-        const double t1 = c1 < nBelow ? enter(m_node[static_cast<std::size_t>(below + c1)]) : kMiss;
+        const Node* c0 = &m_pair[static_cast<std::size_t>(nd.first)].child[0];
+        const Node* c1 = c0 + 1;
+        const double t0 = enter(*c0);
+        const double t1 = enter(*c1);
         const bool in0 = t0 < kMiss && t0 <= bestT, in1 = t1 < kMiss && t1 <= bestT;
         // The nearer child goes on top of the stack.
         if (t0 <= t1) {
-            if (in1) stack[sp++] = {it.level - 1, c1, t1};
-            if (in0) stack[sp++] = {it.level - 1, c0, t0};
+            if (in1) stack[sp++] = {c1, t1};
+            if (in0) stack[sp++] = {c0, t0};
         } else {
-            if (in0) stack[sp++] = {it.level - 1, c0, t0};
-            if (in1) stack[sp++] = {it.level - 1, c1, t1};
+            if (in0) stack[sp++] = {c0, t0};
+            if (in1) stack[sp++] = {c1, t1};
         }
     }
     if (best < 0) return 0;

@@ -21,18 +21,18 @@ namespace kel_tinray {
 // |det| below this: the ray is taken as parallel to the triangle (no hit), as ever.
 constexpr double kParallel = 1e-15;
 
-// Moller-Trumbore: the ray o + t d against triangle (a, b, c). true with t when the ray
-// meets the closed triangle (u, v >= 0, u + v <= 1) and det is not below kParallel; t may be
-// any sign (callers keep t > 0).
-inline bool RayTriangle(const double o[3], const double d[3], const CXYZ& a, const CXYZ& b,
-                        const CXYZ& c, double& t) {
-    const double e1x = b.x - a.x, e1y = b.y - a.y, e1z = b.z - a.z;
-    const double e2x = c.x - a.x, e2y = c.y - a.y, e2z = c.z - a.z;
+// Moller-Trumbore: the ray o + t d against triangle (a, b, c), each a point of three doubles.
+// true with t when the ray meets the closed triangle (u, v >= 0, u + v <= 1) and det is not
+// below kParallel; t may be any sign (callers keep t > 0).
+inline bool RayTriangle(const double o[3], const double d[3], const double a[3], const double b[3],
+                        const double c[3], double& t) {
+    const double e1x = b[0] - a[0], e1y = b[1] - a[1], e1z = b[2] - a[2];
+    const double e2x = c[0] - a[0], e2y = c[1] - a[1], e2z = c[2] - a[2];
     const double px = d[1] * e2z - d[2] * e2y, py = d[2] * e2x - d[0] * e2z,
                  pz = d[0] * e2y - d[1] * e2x;
     const double det = e1x * px + e1y * py + e1z * pz;
     if (std::fabs(det) < kParallel) return false;
-    const double sx = o[0] - a.x, sy = o[1] - a.y, sz = o[2] - a.z;
+    const double sx = o[0] - a[0], sy = o[1] - a[1], sz = o[2] - a[2];
     const double u = (sx * px + sy * py + sz * pz) / det;
     if (u < 0.0 || u > 1.0) return false;
     const double qx = sy * e1z - sz * e1y, qy = sz * e1x - sx * e1z, qz = sx * e1y - sy * e1x;
@@ -65,12 +65,27 @@ public:
                   int& tri) const;
 
 private:
-    struct Box {
+    // A node: its box (floats rounded outwards, padded) and either its two children, the pair
+    // m_pair[first], or (count > 0) the triangles m_tri[first .. first + count). A pair of
+    // siblings fills one 64-byte cache line.
+    struct Node {
         float lo[3], hi[3];
+        std::int32_t first;
+        std::int32_t count;
     };
-    std::vector<std::int32_t> m_order;  // triangles in the leaves' order
-    std::vector<Box> m_node;            // all levels, leaves first
-    std::vector<std::int32_t> m_levelStart;  // first node of each level; the last is the root
+    struct alignas(64) Pair {
+        Node child[2];
+    };
+    // Fills nd over the sorted triangles [begin, end) (their Morton codes in code) and
+    // returns its box unpadded.
+    void Build(Node& nd, int begin, int end, const std::vector<std::uint32_t>& code,
+               double lo[3], double hi[3]);
+
+    std::vector<double> m_xyz;          // the vertices, x y z each, in the mesh's index order
+    std::vector<std::int32_t> m_tri;    // per sorted triangle: its index, then its 3 vertices
+    Node m_root;
+    std::vector<Pair> m_pair;
+    double m_pad = 0.0;
     std::int32_t m_nTri = 0, m_nPt = 0;
     const void* m_triData = nullptr;
     const void* m_ptData = nullptr;
