@@ -78,16 +78,22 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
                 return;
             }
 
-    // The vertices packed, and the coordinate scale for the padding.
+    // The vertices packed, their range (the Morton cells span it: it holds every centroid)
+    // and the coordinate scale for the padding.
     m_xyz.resize(static_cast<std::size_t>(m_nPt) * 3);
-    double scale = 0.0;
+    double cmin[3] = {DBL_MAX, DBL_MAX, DBL_MAX}, cmax[3] = {-DBL_MAX, -DBL_MAX, -DBL_MAX};
     for (int p = 0; p < m_nPt; ++p) {
         double* q = &m_xyz[static_cast<std::size_t>(p) * 3];
         q[0] = pt[p].x;
         q[1] = pt[p].y;
         q[2] = pt[p].z;
-        scale = std::max(scale, std::max(std::fabs(q[0]), std::max(std::fabs(q[1]), std::fabs(q[2]))));
+        for (int a = 0; a < 3; ++a) {
+            cmin[a] = std::min(cmin[a], q[a]);
+            cmax[a] = std::max(cmax[a], q[a]);
+        }
     }
+    double scale = 0.0;
+    for (int a = 0; a < 3; ++a) scale = std::max(scale, std::max(std::fabs(cmin[a]), std::fabs(cmax[a])));
     m_pad = kPadRel * (scale > 0.0 ? scale : 1.0);
 
     // Morton codes of the triangles' centroids (10 bits an axis: finer cells would only order
@@ -97,13 +103,6 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
                 m_xyz[static_cast<std::size_t>(tr[i].v[1]) * 3 + a] +
                 m_xyz[static_cast<std::size_t>(tr[i].v[2]) * 3 + a]) / 3.0;
     };
-    double cmin[3] = {DBL_MAX, DBL_MAX, DBL_MAX}, cmax[3] = {-DBL_MAX, -DBL_MAX, -DBL_MAX};
-    for (int i = 0; i < n; ++i)
-        for (int a = 0; a < 3; ++a) {
-            const double c = centroid(i, a);
-            cmin[a] = std::min(cmin[a], c);
-            cmax[a] = std::max(cmax[a], c);
-        }
     std::vector<std::uint32_t> key(static_cast<std::size_t>(n)), tmpKey(key.size());
     std::vector<std::int32_t> order(key.size()), tmpOrder(key.size());
     for (int i = 0; i < n; ++i) {
@@ -142,62 +141,100 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
         q[2] = tr[i].v[1];
         q[3] = tr[i].v[2];
     }
-    m_pair.reserve(static_cast<std::size_t>((n + kLeafSize - 1) / kLeafSize));
+    m_node.reserve(static_cast<std::size_t>((n + kLeafSize - 1) / kLeafSize / 2 + 1));
     double lo[3], hi[3];
-    Build(m_root, 0, n, key, lo, hi);
+    if (n <= kLeafSize) {  // one leaf under a root of one child
+        m_node.emplace_back();
+        Node& root = m_node[0];
+        LeafBox(0, n, lo, hi);
+        for (int c = 0; c < 4; ++c) {
+            root.first[c] = 0;
+            root.count[c] = -1;
+            for (int a = 0; a < 3; ++a) root.lo[a][c] = root.hi[a][c] = 0.0f;
+        }
+        root.first[0] = 0;
+        root.count[0] = n;
+        for (int a = 0; a < 3; ++a) {
+            root.lo[a][0] = FloatBelow(lo[a] - m_pad);
+            root.hi[a][0] = FloatAbove(hi[a] + m_pad);
+        }
+        return;
+    }
+    Build(0, n, key, lo, hi);
 }
 
-void CTinRayIndex::Build(Node& nd, int begin, int end, const std::vector<std::uint32_t>& code,
-                         double lo[3], double hi[3]) {
-    if (end - begin <= kLeafSize) {
-        for (int a = 0; a < 3; ++a) {
-            lo[a] = DBL_MAX;
-            hi[a] = -DBL_MAX;
-        }
-        for (int j = begin; j < end; ++j)
-            for (int k = 1; k <= 3; ++k) {
-                const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 4 + k]) * 3];
-                for (int a = 0; a < 3; ++a) {
-                    lo[a] = std::min(lo[a], p[a]);
-                    hi[a] = std::max(hi[a], p[a]);
-                }
-            }
-        nd.first = begin;
-        nd.count = end - begin;
-    } else {
-        // Split where the highest differing bit of the codes turns on (the middle when all
-        // codes are equal): the two halves are the two halves of a Morton cell.
-        const std::uint32_t c0 = code[static_cast<std::size_t>(begin)];
-        const std::uint32_t c1 = code[static_cast<std::size_t>(end - 1)];
-        int mid = begin + (end - begin) / 2;
-        if (c0 != c1) {
-            int bit = 31;
-            while (((c0 ^ c1) >> bit & 1u) == 0) --bit;
-            const std::uint32_t splitBit = 1u << bit;
-            mid = static_cast<int>(std::partition_point(code.begin() + begin, code.begin() + end,
-                                                        [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
-                                   code.begin());
-        }
-        const int pair = static_cast<int>(m_pair.size());
-        m_pair.emplace_back();
-        nd.first = pair;
-        nd.count = 0;
-        double lo1[3], hi1[3];
-        // m_pair may move while the children are built: fill copies, then store them.
-        Node left{}, right{};
-        Build(left, begin, mid, code, lo, hi);
-        Build(right, mid, end, code, lo1, hi1);
-        m_pair[static_cast<std::size_t>(pair)].child[0] = left;
-        m_pair[static_cast<std::size_t>(pair)].child[1] = right;
-        for (int a = 0; a < 3; ++a) {
-            lo[a] = std::min(lo[a], lo1[a]);
-            hi[a] = std::max(hi[a], hi1[a]);
-        }
-    }
+int CTinRayIndex::Split(int begin, int end, const std::vector<std::uint32_t>& code) {
+    const std::uint32_t c0 = code[static_cast<std::size_t>(begin)];
+    const std::uint32_t c1 = code[static_cast<std::size_t>(end - 1)];
+    if (c0 == c1) return begin + (end - begin) / 2;
+    int bit = 31;
+    while (((c0 ^ c1) >> bit & 1u) == 0) --bit;
+    const std::uint32_t splitBit = 1u << bit;
+    return static_cast<int>(std::partition_point(code.begin() + begin, code.begin() + end,
+                                                 [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
+                            code.begin());
+}
+
+void CTinRayIndex::LeafBox(int begin, int end, double lo[3], double hi[3]) const {
     for (int a = 0; a < 3; ++a) {
-        nd.lo[a] = FloatBelow(lo[a] - m_pad);
-        nd.hi[a] = FloatAbove(hi[a] + m_pad);
+        lo[a] = DBL_MAX;
+        hi[a] = -DBL_MAX;
     }
+    for (int j = begin; j < end; ++j)
+        for (int k = 1; k <= 3; ++k) {
+            const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 4 + k]) * 3];
+            for (int a = 0; a < 3; ++a) {
+                lo[a] = std::min(lo[a], p[a]);
+                hi[a] = std::max(hi[a], p[a]);
+            }
+        }
+}
+
+int CTinRayIndex::Build(int begin, int end, const std::vector<std::uint32_t>& code, double lo[3],
+                        double hi[3]) {
+    // Two levels of Morton splits give up to four children.
+    int range[5] = {begin, 0, 0, 0, 0}, nRange = 0;
+    const int mid = Split(begin, end, code);
+    const int halves[2][2] = {{begin, mid}, {mid, end}};
+    for (const auto& h : halves) {
+        if (h[1] - h[0] > kLeafSize) {
+            const int m = Split(h[0], h[1], code);
+            range[++nRange] = m;
+        }
+        range[++nRange] = h[1];
+    }
+    const int node = static_cast<int>(m_node.size());
+    m_node.emplace_back();
+    Node nd;  // filled here, stored at the end: m_node may move while the children are built
+    for (int a = 0; a < 3; ++a) {
+        lo[a] = DBL_MAX;
+        hi[a] = -DBL_MAX;
+    }
+    for (int c = 0; c < 4; ++c) {
+        nd.first[c] = 0;
+        nd.count[c] = -1;
+        for (int a = 0; a < 3; ++a) nd.lo[a][c] = nd.hi[a][c] = 0.0f;
+    }
+    for (int c = 0; c < nRange; ++c) {
+        const int b = range[c], e = range[c + 1];
+        double clo[3], chi[3];
+        if (e - b <= kLeafSize) {
+            LeafBox(b, e, clo, chi);
+            nd.first[c] = b;
+            nd.count[c] = e - b;
+        } else {
+            nd.first[c] = Build(b, e, code, clo, chi);
+            nd.count[c] = 0;
+        }
+        for (int a = 0; a < 3; ++a) {
+            nd.lo[a][c] = FloatBelow(clo[a] - m_pad);
+            nd.hi[a][c] = FloatAbove(chi[a] + m_pad);
+            lo[a] = std::min(lo[a], clo[a]);
+            hi[a] = std::max(hi[a], chi[a]);
+        }
+    }
+    m_node[static_cast<std::size_t>(node)] = nd;
+    return node;
 }
 
 bool CTinRayIndex::Matches(const CTin& tin) const {
@@ -219,33 +256,18 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
     double bestT = kMiss;
     int best = -1;
 
-    // Entry parameter of the ray into a box, or kMiss when it misses it or the box lies behind.
-    auto enter = [&](const Node& b) {
-        double tn = -kMiss, tf = kMiss;
-        for (int a = 0; a < 3; ++a) {
-            double t0 = (b.lo[a] - o[a]) * inv[a], t1 = (b.hi[a] - o[a]) * inv[a];
-            if (t0 > t1) std::swap(t0, t1);
-            tn = std::max(tn, t0);
-            tf = std::min(tf, t1);
-        }
-        return tn <= tf && tf >= 0.0 ? tn : kMiss;
-    };
-
     struct Item {
-        const Node* node;
+        std::int32_t first, count;  // count 0: node m_node[first]; > 0: triangles
         double tEnter;
     };
-    Item stack[192];
+    Item stack[256];
     int sp = 0;
-    const double tRoot = enter(m_root);
-    if (tRoot == kMiss) return 0;
-    stack[sp++] = {&m_root, tRoot};
+    stack[sp++] = {0, 0, -kMiss};
     while (sp > 0) {
         const Item it = stack[--sp];
         if (it.tEnter > bestT) continue;
-        const Node& nd = *it.node;
-        if (nd.count > 0) {
-            for (int j = nd.first; j < nd.first + nd.count; ++j) {
+        if (it.count > 0) {
+            for (int j = it.first; j < it.first + it.count; ++j) {
                 const std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
                 double ti = 0.0;
                 if (kel_tinray::RayTriangle(o, d, &m_xyz[static_cast<std::size_t>(q[1]) * 3],
@@ -255,19 +277,32 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
             }
             continue;
         }
-        const Node* c0 = &m_pair[static_cast<std::size_t>(nd.first)].child[0];
-        const Node* c1 = c0 + 1;
-        const double t0 = enter(*c0);
-        const double t1 = enter(*c1);
-        const bool in0 = t0 < kMiss && t0 <= bestT, in1 = t1 < kMiss && t1 <= bestT;
-        // The nearer child goes on top of the stack.
-        if (t0 <= t1) {
-            if (in1) stack[sp++] = {c1, t1};
-            if (in0) stack[sp++] = {c0, t0};
-        } else {
-            if (in0) stack[sp++] = {c0, t0};
-            if (in1) stack[sp++] = {c1, t1};
+        const Node& nd = m_node[static_cast<std::size_t>(it.first)];
+        // Entry parameters of the ray into the children's boxes; kMiss when a box is missed,
+        // lies behind the origin or beyond the best hit so far.
+        double tc[4];
+        for (int c = 0; c < 4; ++c) {
+            double tn = -kMiss, tf = kMiss;
+            for (int a = 0; a < 3; ++a) {
+                double t0 = (nd.lo[a][c] - o[a]) * inv[a], t1 = (nd.hi[a][c] - o[a]) * inv[a];
+                if (t0 > t1) std::swap(t0, t1);
+                tn = std::max(tn, t0);
+                tf = std::min(tf, t1);
+            }
+            tc[c] = nd.count[c] >= 0 && tn <= tf && tf >= 0.0 && tn <= bestT ? tn : kMiss;
         }
+        // Push the hit children farthest first, so the nearest is taken next.
+        int order[4], k = 0;
+        for (int c = 0; c < 4; ++c)
+            if (tc[c] < kMiss) {
+                int m = k++;
+                while (m > 0 && tc[order[m - 1]] < tc[c]) {
+                    order[m] = order[m - 1];
+                    --m;
+                }
+                order[m] = c;
+            }
+        for (int m = 0; m < k; ++m) stack[sp++] = {nd.first[order[m]], nd.count[order[m]], tc[order[m]]};
     }
     if (best < 0) return 0;
     t = bestT;

@@ -65,26 +65,28 @@ public:
                   int& tri) const;
 
 private:
-    // A node: its box (floats rounded outwards, padded) and either its two children, the pair
-    // m_pair[first], or (count > 0) the triangles m_tri[first .. first + count). A pair of
-    // siblings fills one 64-byte cache line.
-    struct Node {
-        float lo[3], hi[3];
-        std::int32_t first;
-        std::int32_t count;
+    // A node of four children (fewer slots used where a range splits into fewer): each child's
+    // box (floats rounded outwards, padded), and either another node, m_node[first] (count 0),
+    // or the triangles m_tri[first .. first + count) (count > 0); count -1 marks an unused
+    // slot. The boxes are stored axis by axis so that one cache line holds all four of an axis
+    // pair; a node fills two lines.
+    struct alignas(64) Node {
+        float lo[3][4], hi[3][4];
+        std::int32_t first[4];
+        std::int32_t count[4];
     };
-    struct alignas(64) Pair {
-        Node child[2];
-    };
-    // Fills nd over the sorted triangles [begin, end) (their Morton codes in code) and
-    // returns its box unpadded.
-    void Build(Node& nd, int begin, int end, const std::vector<std::uint32_t>& code,
-               double lo[3], double hi[3]);
+    // The node over the sorted triangles [begin, end) (their Morton codes in code), at least
+    // kLeafSize + 1 of them: returns its index, and its box unpadded in lo, hi.
+    int Build(int begin, int end, const std::vector<std::uint32_t>& code, double lo[3],
+              double hi[3]);
+    // Where [begin, end) splits: where the highest differing bit of the codes turns on (the two
+    // halves of a Morton cell), or the middle when all codes are equal.
+    static int Split(int begin, int end, const std::vector<std::uint32_t>& code);
+    void LeafBox(int begin, int end, double lo[3], double hi[3]) const;
 
     std::vector<double> m_xyz;          // the vertices, x y z each, in the mesh's index order
     std::vector<std::int32_t> m_tri;    // per sorted triangle: its index, then its 3 vertices
-    Node m_root;
-    std::vector<Pair> m_pair;
+    std::vector<Node> m_node;           // m_node[0] is the root
     double m_pad = 0.0;
     std::int32_t m_nTri = 0, m_nPt = 0;
     const void* m_triData = nullptr;

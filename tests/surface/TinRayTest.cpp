@@ -78,6 +78,19 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
         }
         same += CompareRays(grid, o, d, hits);
     }
+    // A mesh of one or two triangles: a root with one leaf.
+    for (int nPt : {3, 4}) {
+        CTin tiny;
+        tiny.AddPoint(0.0, 0.0, 0.0);
+        tiny.AddPoint(1.0, 0.0, 0.0);
+        tiny.AddPoint(0.0, 1.0, 1.0);
+        if (nPt == 4) tiny.AddPoint(1.0, 1.0, 0.5);
+        ASSERT_EQ(tiny.CreateTin(0.0), 1);
+        for (int i = 0; i < 50; ++i, ++rays) {
+            const CXYZ o(2.0 * u(rng) - 0.5, 2.0 * u(rng) - 0.5, 3.0);
+            same += CompareRays(tiny, o, CXYZ(u(rng) - 0.5, u(rng) - 0.5, -1.0), hits);
+        }
+    }
     EXPECT_EQ(same, rays);
     EXPECT_GT(hits, rays / 2);  // the cases did reach the surface
 
