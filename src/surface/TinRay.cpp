@@ -132,15 +132,29 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
     }
     tmpKey = std::vector<std::uint32_t>();
     tmpOrder = std::vector<std::int32_t>();
-    m_tri.resize(static_cast<std::size_t>(n) * 4);
+    // The vertices renumbered in the order the sorted triangles first use them, so that a
+    // leaf's vertices lie side by side in memory (the same doubles, moved).
+    std::vector<std::int32_t> newIndex(static_cast<std::size_t>(m_nPt), -1);
+    std::vector<double> xyz(static_cast<std::size_t>(m_nPt) * 3);
+    int nUsed = 0;
+    m_tri.resize(static_cast<std::size_t>(n) * 3);
+    m_triIndex.assign(order.begin(), order.end());
     for (int j = 0; j < n; ++j) {
         const int i = order[static_cast<std::size_t>(j)];
-        std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
-        q[0] = i;
-        q[1] = tr[i].v[0];
-        q[2] = tr[i].v[1];
-        q[3] = tr[i].v[2];
+        std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 3];
+        for (int k = 0; k < 3; ++k) {
+            std::int32_t& v = newIndex[static_cast<std::size_t>(tr[i].v[k])];
+            if (v < 0) {
+                v = nUsed++;
+                for (int a = 0; a < 3; ++a)
+                    xyz[static_cast<std::size_t>(v) * 3 + a] =
+                        m_xyz[static_cast<std::size_t>(tr[i].v[k]) * 3 + a];
+            }
+            q[k] = v;
+        }
     }
+    xyz.resize(static_cast<std::size_t>(nUsed) * 3);
+    m_xyz.swap(xyz);
     m_node.reserve(static_cast<std::size_t>((n + kLeafSize - 1) / kLeafSize / 2 + 1));
     double lo[3], hi[3];
     if (n <= kLeafSize) {  // one leaf under a root of one child
@@ -181,8 +195,8 @@ void CTinRayIndex::LeafBox(int begin, int end, double lo[3], double hi[3]) const
         hi[a] = -DBL_MAX;
     }
     for (int j = begin; j < end; ++j)
-        for (int k = 1; k <= 3; ++k) {
-            const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 4 + k]) * 3];
+        for (int k = 0; k < 3; ++k) {
+            const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 3 + k]) * 3];
             for (int a = 0; a < 3; ++a) {
                 lo[a] = std::min(lo[a], p[a]);
                 hi[a] = std::max(hi[a], p[a]);
@@ -251,7 +265,11 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
     // axis is then (-huge, +huge) when the origin lies in it, never NaN; outside it a box may
     // be entered needlessly, which costs time only.
     double inv[3];
-    for (int a = 0; a < 3; ++a) inv[a] = d[a] != 0.0 ? 1.0 / d[a] : 1e300;
+    double oinv[3];
+    for (int a = 0; a < 3; ++a) {
+        inv[a] = d[a] != 0.0 ? 1.0 / d[a] : 1e300;
+        oinv[a] = o[a] * inv[a];
+    }
     constexpr double kMiss = std::numeric_limits<double>::infinity();
     double bestT = kMiss;
     int best = -1;
@@ -268,12 +286,13 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
         if (it.tEnter > bestT) continue;
         if (it.count > 0) {
             for (int j = it.first; j < it.first + it.count; ++j) {
-                const std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
+                const std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 3];
                 double ti = 0.0;
-                if (kel_tinray::RayTriangle(o, d, &m_xyz[static_cast<std::size_t>(q[1]) * 3],
-                                            &m_xyz[static_cast<std::size_t>(q[2]) * 3],
-                                            &m_xyz[static_cast<std::size_t>(q[3]) * 3], ti))
-                    Keep(ti, q[0], bestT, best);
+                if (kel_tinray::RayTriangle(o, d, &m_xyz[static_cast<std::size_t>(q[0]) * 3],
+                                            &m_xyz[static_cast<std::size_t>(q[1]) * 3],
+                                            &m_xyz[static_cast<std::size_t>(q[2]) * 3], ti) &&
+                    ti > 0.0 && ti <= bestT)
+                    Keep(ti, m_triIndex[static_cast<std::size_t>(j)], bestT, best);
             }
             continue;
         }
@@ -284,7 +303,8 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
         for (int c = 0; c < 4; ++c) {
             double tn = -kMiss, tf = kMiss;
             for (int a = 0; a < 3; ++a) {
-                double t0 = (nd.lo[a][c] - o[a]) * inv[a], t1 = (nd.hi[a][c] - o[a]) * inv[a];
+                // lo inv - o inv: rounding of order 1e-16 |lo inv|, far inside the padding.
+                double t0 = nd.lo[a][c] * inv[a] - oinv[a], t1 = nd.hi[a][c] * inv[a] - oinv[a];
                 if (t0 > t1) std::swap(t0, t1);
                 tn = std::max(tn, t0);
                 tf = std::min(tf, t1);

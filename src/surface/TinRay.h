@@ -22,7 +22,8 @@ namespace kel_tinray {
 constexpr double kParallel = 1e-15;
 
 // Moller-Trumbore: the ray o + t d against triangle (a, b, c), each a point of three doubles.
-// true with t when the ray meets the closed triangle (u, v >= 0, u + v <= 1) and det is not
+// true with t when the ray meets the closed triangle (barycentric u, v >= 0, u + v <= 1,
+// tested as U = u det and V = v det against det, so that only t is divided) and |det| is not
 // below kParallel; t may be any sign (callers keep t > 0).
 inline bool RayTriangle(const double o[3], const double d[3], const double a[3], const double b[3],
                         const double c[3], double& t) {
@@ -33,11 +34,13 @@ inline bool RayTriangle(const double o[3], const double d[3], const double a[3],
     const double det = e1x * px + e1y * py + e1z * pz;
     if (std::fabs(det) < kParallel) return false;
     const double sx = o[0] - a[0], sy = o[1] - a[1], sz = o[2] - a[2];
-    const double u = (sx * px + sy * py + sz * pz) / det;
-    if (u < 0.0 || u > 1.0) return false;
     const double qx = sy * e1z - sz * e1y, qy = sz * e1x - sx * e1z, qz = sx * e1y - sy * e1x;
-    const double v = (d[0] * qx + d[1] * qy + d[2] * qz) / det;
-    if (v < 0.0 || u + v > 1.0) return false;
+    // With det < 0 every comparison turns round: work with |det| and the signs flipped.
+    const double sign = det < 0.0 ? -1.0 : 1.0, adet = det * sign;
+    const double u = (sx * px + sy * py + sz * pz) * sign;
+    if (u < 0.0 || u > adet) return false;
+    const double v = (d[0] * qx + d[1] * qy + d[2] * qz) * sign;
+    if (v < 0.0 || u + v > adet) return false;
     t = (e2x * qx + e2y * qy + e2z * qz) / det;
     return true;
 }
@@ -84,8 +87,9 @@ private:
     static int Split(int begin, int end, const std::vector<std::uint32_t>& code);
     void LeafBox(int begin, int end, double lo[3], double hi[3]) const;
 
-    std::vector<double> m_xyz;          // the vertices, x y z each, in the mesh's index order
-    std::vector<std::int32_t> m_tri;    // per sorted triangle: its index, then its 3 vertices
+    std::vector<double> m_xyz;          // the used vertices, x y z each, in order of first use
+    std::vector<std::int32_t> m_tri;    // per sorted triangle: its 3 vertices (of m_xyz)
+    std::vector<std::int32_t> m_triIndex;  // per sorted triangle: its index in the mesh
     std::vector<Node> m_node;           // m_node[0] is the root
     double m_pad = 0.0;
     std::int32_t m_nTri = 0, m_nPt = 0;
