@@ -53,7 +53,7 @@ int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t
 
 class CTinRayIndex {
 public:
-    static constexpr int kLeafSize = 4;      // triangles per leaf
+    static constexpr int kLeafSize = 8;      // triangles per leaf
     static constexpr double kPadRel = 1e-9;  // box padding relative to the coordinate scale
 
     // Builds over the mesh as it is now. Throws std::bad_alloc when memory is short.
