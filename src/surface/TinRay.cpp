@@ -8,6 +8,10 @@
 
 #include "surface/Tin.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 // Keeps the better of two hits: the smaller t, the lower index on equal t.
@@ -299,18 +303,44 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
         const Node& nd = m_node[static_cast<std::size_t>(it.first)];
         // Entry parameters of the ray into the children's boxes; kMiss when a box is missed,
         // lies behind the origin or beyond the best hit so far.
-        double tc[4];
+        double tn[4], tf[4];
+#if defined(__SSE2__)
+        // Two children a register; max(x, tn) and min(x, tf) keep tn, tf when x is NaN (an
+        // axis the ray runs along, in the plane of a box face): that axis is then ignored,
+        // which can only enter more boxes.
+        __m128d tn01 = _mm_set1_pd(-kMiss), tn23 = tn01, tf01 = _mm_set1_pd(kMiss), tf23 = tf01;
+        for (int a = 0; a < 3; ++a) {
+            const __m128d ia = _mm_set1_pd(inv[a]), oa = _mm_set1_pd(oinv[a]);
+            const __m128 lo = _mm_load_ps(nd.lo[a]), hi = _mm_load_ps(nd.hi[a]);
+            const __m128d l01 = _mm_sub_pd(_mm_mul_pd(_mm_cvtps_pd(lo), ia), oa);
+            const __m128d l23 = _mm_sub_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(lo, lo)), ia), oa);
+            const __m128d h01 = _mm_sub_pd(_mm_mul_pd(_mm_cvtps_pd(hi), ia), oa);
+            const __m128d h23 = _mm_sub_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(hi, hi)), ia), oa);
+            tn01 = _mm_max_pd(_mm_min_pd(l01, h01), tn01);
+            tn23 = _mm_max_pd(_mm_min_pd(l23, h23), tn23);
+            tf01 = _mm_min_pd(_mm_max_pd(l01, h01), tf01);
+            tf23 = _mm_min_pd(_mm_max_pd(l23, h23), tf23);
+        }
+        _mm_storeu_pd(tn, tn01);
+        _mm_storeu_pd(tn + 2, tn23);
+        _mm_storeu_pd(tf, tf01);
+        _mm_storeu_pd(tf + 2, tf23);
+#else
         for (int c = 0; c < 4; ++c) {
-            double tn = -kMiss, tf = kMiss;
+            tn[c] = -kMiss;
+            tf[c] = kMiss;
             for (int a = 0; a < 3; ++a) {
                 // lo inv - o inv: rounding of order 1e-16 |lo inv|, far inside the padding.
                 double t0 = nd.lo[a][c] * inv[a] - oinv[a], t1 = nd.hi[a][c] * inv[a] - oinv[a];
                 if (t0 > t1) std::swap(t0, t1);
-                tn = std::max(tn, t0);
-                tf = std::min(tf, t1);
+                tn[c] = std::max(tn[c], t0);
+                tf[c] = std::min(tf[c], t1);
             }
-            tc[c] = nd.count[c] >= 0 && tn <= tf && tf >= 0.0 && tn <= bestT ? tn : kMiss;
         }
+#endif
+        double tc[4];
+        for (int c = 0; c < 4; ++c)
+            tc[c] = nd.count[c] >= 0 && tn[c] <= tf[c] && tf[c] >= 0.0 && tn[c] <= bestT ? tn[c] : kMiss;
         // Push the hit children farthest first, so the nearest is taken next.
         int order[4], k = 0;
         for (int c = 0; c < 4; ++c)
