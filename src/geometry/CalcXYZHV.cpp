@@ -111,3 +111,22 @@ int ChkFileFolderName(const wchar_t* name) {
 }
 
 }  // namespace CCalcXYZHV
+
+int TaskInverse(const CXYZ& station, const CXYZ& target, double instHeight, double bsAzimuth,
+                double bsReading, double& h, double& v) {
+    const double dn = target.x - station.x;
+    const double de = target.y - station.y;
+    const double dz = target.z - (station.z + instHeight);
+    const double hd = std::sqrt(dn * dn + de * de);
+    const double azimuth = hd == 0.0 ? 0.0 : std::atan2(de, dn) * kel_math::kRadToDeg;
+    double circle = azimuth;
+    if (bsAzimuth != kTaskInverseNotSet && bsReading != kTaskInverseNotSet)
+        circle = azimuth - bsAzimuth + bsReading;
+    h = ModDeg360(circle, true);
+    if (hd == 0.0) {
+        v = dz > 0.0 ? 0.0 : (dz < 0.0 ? 180.0 : 90.0);
+        return 0;
+    }
+    v = std::atan2(hd, dz) * kel_math::kRadToDeg;
+    return 1;
+}

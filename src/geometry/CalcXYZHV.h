@@ -51,3 +51,18 @@ KELSCAN_API kel_text::CKelString ByoToStr(int seconds);
 KELSCAN_API int ChkFileFolderName(const wchar_t* name);
 
 }  // namespace CCalcXYZHV
+
+// The station value that marks the circle orientation of TaskInverse as not set.
+constexpr double kTaskInverseNotSet = -180.0;
+
+// Instrument angles from a station to a target, both in the surveying frame (x north, y east,
+// z height, metres). The telescope's axis is at station.z + instHeight. The horizontal circle
+// is oriented on a backsight: h = azimuth(station -> target) - bsAzimuth + bsReading, where
+// bsAzimuth is the azimuth of the backsight and bsReading the circle reading set on it; when
+// either is exactly kTaskInverseNotSet the circle reads the azimuth itself (0 north, 90 east).
+// h is reduced into [0, 360). v is the zenith angle from the axis point, 0 straight up, 90
+// level, 180 straight down. A target in plumb line with the axis (no plan distance) gives the
+// circle reading of azimuth 0 as h, v 0 above the axis, 180 below and 90 on the axis point,
+// and the result 0; otherwise 1. Writes no trace line and shows no message.
+KELSCAN_API int TaskInverse(const CXYZ& station, const CXYZ& target, double instHeight,
+                            double bsAzimuth, double bsReading, double& h, double& v);

@@ -67,6 +67,7 @@ CTin& CTin::operator=(const CTin& src) {
 }
 
 void CTin::InitData() {
+    DropRayIndex();
     m_name.Empty();
     m_point.RemoveAll();
     m_tri.RemoveAll();
@@ -94,6 +95,7 @@ void CTin::Copy(const CTin& src) {
 }
 
 void CTin::CopyData(const CTin& src) {
+    DropRayIndex();
     m_name = src.m_name;
     m_point.Copy(src.m_point);
     m_tri.Copy(src.m_tri);
@@ -118,6 +120,7 @@ void CTin::SetEPS(double eps) {
 }
 
 int CTin::CreateTin(double angle) {
+    DropRayIndex();
     try {
         if (m_point.GetSize() < 3) {
             KEL_TRACE_ALWAYS(L"CTin::CreateTin nPt < 3");
@@ -213,6 +216,7 @@ int CTin::Triangulation() {
 }
 
 int CTin::DivideTri(int pt, int& ntri, int& tri) {
+    DropRayIndex();
     int status = 0, side = 0;
     const CXYZ& p = m_point[pt];
     const int it = FindTri(tri, p.x, p.y, status, side);
@@ -229,6 +233,7 @@ int CTin::DivideTri(int pt, int& ntri, int& tri) {
 }
 
 int CTin::DivideTri(const double& x, const double& y, const double& z) {
+    DropRayIndex();
     try {
         const int nTri = m_tri.GetSize();
         if (nTri < 1) return 0;
@@ -540,6 +545,7 @@ int CTin::CheckSwapTri(int a, int b, int c, int d) const {
 }
 
 int CTin::SwapTri(int t1, int e1, int t2, int e2) {
+    DropRayIndex();
     (void)m_tri[t1];
     (void)m_tri[t2];
     if (e1 < 0 || e1 > 2 || e2 < 0 || e2 > 2) {
@@ -560,6 +566,7 @@ int CTin::SwapTri(int t1, int e1, int t2, int e2) {
 }
 
 int CTin::AddTri(int v1, int v2, int v3) {
+    DropRayIndex();
     const int nPt = m_point.GetSize();
     if (v1 >= nPt || v1 < 0 || v2 >= nPt || v2 < 0 || v3 >= nPt || v3 < 0) {
         KEL_TRACE_ALWAYS(
@@ -577,6 +584,7 @@ int CTin::AddTri(int v1, int v2, int v3) {
 }
 
 int CTin::DelTri(int triId) {
+    DropRayIndex();
     const int nTri = m_tri.GetSize();
     if (triId < 0 || triId >= nTri) {
         KEL_TRACE_ALWAYS(L"CTin::DelTri triId < 0 || triId >= nTri");

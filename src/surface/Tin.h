@@ -7,6 +7,7 @@
 // Triangle slots: nb[i] is the triangle across the edge from v[(i+2) mod 3] to v[i], that is
 // the edge opposite v[(i+1) mod 3]; -1 marks an edge on the outer boundary.
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "geometry/KelArray.h"
@@ -17,6 +18,7 @@
 #include "platform/KelString.h"
 
 class CFile;
+class CTinRayIndex;
 
 class KELSCAN_API CTin {
 public:
@@ -171,8 +173,13 @@ public:
     double GetPlanArea() const;
     double GetSlopeArea() const;
     // First intersection with the surface of the ray origin + t dir, t > 0; 1 with the point
-    // and its triangle, 0 when the ray misses.
+    // and its triangle, 0 when the ray misses. The smallest t wins, the lowest triangle index
+    // among equal t. The first call builds a bounding-volume hierarchy (surface/TinRay.h)
+    // that later calls reuse; the answer is the same as testing every triangle.
     int IntersectRay(const CXYZ& origin, const CXYZ& dir, CXYZ& hit, int& tri) const;
+    // Drops the ray query's hierarchy. The mesh operations call it; call it after editing
+    // coordinates of m_point or m_tri in place (a change of their counts is noticed).
+    void DropRayIndex() { m_rayIndex.reset(); }
 
     int GetPointSize() const { return m_point.GetSize(); }
     int GetTriSize() const { return m_tri.GetSize(); }
@@ -261,4 +268,7 @@ private:
     int m_nIndexed;
     int m_nCells;
     double m_indexEps;
+
+    // The ray query's hierarchy, built by the first IntersectRay, null until then.
+    mutable std::shared_ptr<CTinRayIndex> m_rayIndex;
 };

@@ -176,6 +176,7 @@ int CTin::ForceSegment(int s, int& tri) {
 }
 
 int CTin::BreakLine() {
+    DropRayIndex();
     if (m_point.GetSize() < 3 || m_tri.GetSize() < 1) return 0;
     try {
         m_point.Reserve(m_point.GetSize() + m_tri.GetSize());
@@ -203,6 +204,7 @@ double CTin::GetAngleXY(int a, int b, int c) const {
 }
 
 int CTin::DelTriWithAngle(double angle, int mode) {
+    DropRayIndex();
     if (angle == 0.0 || m_tri.GetSize() < 1) return 1;
     try {
         for (int pass = 0; pass < m_tri.GetSize() + 1; ++pass) {

@@ -212,6 +212,7 @@ int CTin::WriteMesh(CFile& file) const {
 }
 
 int CTin::ReadMesh(CFile& file) {
+    DropRayIndex();
     Bytes b;
     std::int32_t nPt = 0, nTri = 0, nHull = 0;
     if (!ReadI32(file, nPt) || nPt < 0 || !ReadExact(file, b, kVertexBytes * static_cast<long long>(nPt)))

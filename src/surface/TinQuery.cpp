@@ -8,6 +8,7 @@
 #include "platform/KelMath.h"
 #include "platform/Trace.h"
 #include "surface/Tin.h"
+#include "surface/TinRay.h"
 #include "surface/TinMesh.h"
 
 using kel_tin::Next;
@@ -155,31 +156,20 @@ double CTin::GetSlopeArea() const {
 }
 
 int CTin::IntersectRay(const CXYZ& origin, const CXYZ& dir, CXYZ& hit, int& tri) const {
-    // Moller-Trumbore against every triangle; the smallest positive ray parameter wins.
-    constexpr double kParallel = 1e-15;  // |det| below this: ray parallel to the triangle
-    double bestT = -1.0;
+    double t = 0.0;
     int best = -1;
-    for (int i = 0; i < m_tri.GetSize(); ++i) {
-        const CXYZ& a = m_point[m_tri[i].v[0]];
-        const CXYZ e1 = m_point[m_tri[i].v[1]] - a;
-        const CXYZ e2 = m_point[m_tri[i].v[2]] - a;
-        const CXYZ p = dir.Out(e2);
-        const double det = e1.Inn(p);
-        if (std::fabs(det) < kParallel) continue;
-        const CXYZ s = origin - a;
-        const double u = s.Inn(p) / det;
-        if (u < 0.0 || u > 1.0) continue;
-        const CXYZ q = s.Out(e1);
-        const double v = dir.Inn(q) / det;
-        if (v < 0.0 || u + v > 1.0) continue;
-        const double t = e2.Inn(q) / det;
-        if (t > 0.0 && (best < 0 || t < bestT)) {
-            bestT = t;
-            best = i;
-        }
+    int found = 0;
+    try {
+        if (!m_rayIndex || !m_rayIndex->Matches(*this)) m_rayIndex = std::make_shared<CTinRayIndex>(*this);
+    } catch (const std::bad_alloc&) {
+        m_rayIndex.reset();  // short of memory: the brute force gives the same answer
     }
-    if (best < 0) return 0;
-    hit.SetXYZ(origin.x + bestT * dir.x, origin.y + bestT * dir.y, origin.z + bestT * dir.z);
+    if (m_rayIndex && m_rayIndex->Valid())
+        found = m_rayIndex->Intersect(*this, origin, dir, t, best);
+    else
+        found = kel_tinray::IntersectAll(*this, origin, dir, t, best);
+    if (!found) return 0;
+    hit.SetXYZ(origin.x + t * dir.x, origin.y + t * dir.y, origin.z + t * dir.z);
     tri = best;
     return 1;
 }

@@ -66,6 +66,46 @@ TEST_F(CalcXYZHVTest, AnglesRecoverTheDirectionThatMadeTheTarget) {
     }
 }
 
+TEST(CalcXYZHV, TaskInverseQuadrantsBacksightAndPlumbLine) {
+    // Station 1.5 m below the axis; targets 10 m away in plan, 10 m above the axis (v = 45)
+    // or level with it (v = 90), one in each quadrant.
+    const CXYZ st(100.0, 200.0, 10.0);
+    const double ih = 1.5, ns = kTaskInverseNotSet;
+    const struct {
+        double dn, de, dz, az;
+    } cases[] = {{10, 0, 10, 0.0},        {0, 10, 0, 90.0},         {-10, 0, 0, 180.0},
+                 {0, -10, 10, 270.0},     {5, 5, 0, 45.0},          {-5, 5, 0, 135.0},
+                 {-5, -5, 0, 225.0},      {5, -5, 0, 315.0},        {8, 6, 0, 36.86989764584402}};
+    for (const auto& c : cases) {
+        const CXYZ t(st.x + c.dn, st.y + c.de, st.z + ih + c.dz);
+        const double v0 = c.dz > 0.0 ? 45.0 : 90.0;
+        double h = -1.0, v = -1.0;
+        ASSERT_EQ(TaskInverse(st, t, ih, ns, ns, h, v), 1);
+        EXPECT_NEAR(h, c.az, 1e-12) << c.dn << "," << c.de;
+        EXPECT_NEAR(v, v0, 1e-12);
+        // Backsight of azimuth 30 read as 100: the circle turns by +70 (wrapping past 360).
+        ASSERT_EQ(TaskInverse(st, t, ih, 30.0, 100.0, h, v), 1);
+        EXPECT_NEAR(h, std::fmod(c.az + 70.0, 360.0), 1e-12);
+        // Backsight 300 read as 10: -290, i.e. +70 again once reduced.
+        ASSERT_EQ(TaskInverse(st, t, ih, 300.0, 10.0, h, v), 1);
+        EXPECT_NEAR(h, std::fmod(c.az + 70.0, 360.0), 1e-12);
+        // Only one of the two set: the circle reads the azimuth.
+        ASSERT_EQ(TaskInverse(st, t, ih, 30.0, ns, h, v), 1);
+        EXPECT_NEAR(h, c.az, 1e-12);
+    }
+    double h = -1.0, v = -1.0;
+    ASSERT_EQ(TaskInverse(st, CXYZ(110.0, 200.0, 1.5), ih, ns, ns, h, v), 1);
+    EXPECT_NEAR(v, 135.0, 1e-12);  // 10 m below the axis
+    EXPECT_EQ(TaskInverse(st, CXYZ(100.0, 200.0, 20.0), ih, 30.0, 100.0, h, v), 0);
+    EXPECT_EQ(v, 0.0);
+    EXPECT_NEAR(h, 70.0, 1e-12);
+    EXPECT_EQ(TaskInverse(st, CXYZ(100.0, 200.0, 0.0), ih, ns, ns, h, v), 0);
+    EXPECT_EQ(v, 180.0);
+    EXPECT_EQ(h, 0.0);
+    EXPECT_EQ(TaskInverse(st, CXYZ(100.0, 200.0, 11.5), ih, ns, ns, h, v), 0);
+    EXPECT_EQ(v, 90.0);
+}
+
 TEST(CalcXYZHV, FramesSwapAxesAndScale) {
     CXYZ p(L"A", 12.345, -6.5, 100.25);
     CnvSokuToMath(p);

@@ -1,0 +1,98 @@
+#pragma once
+// The ray query of CTin::IntersectRay: the one ray-triangle test, and CTinRayIndex, a
+// bounding-volume hierarchy over the triangles that CTin builds on the first query and drops
+// when its mesh changes.
+//
+// The index answers exactly as the test of every triangle in index order would: the smallest
+// ray parameter t > 0, and among equal t the lowest triangle index. It runs the same test
+// function on each candidate, so the point is bit for bit the brute force's; its boxes are
+// padded (kPadRel of the mesh's coordinate scale) so that no triangle the test accepts is
+// culled by rounding.
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+#include "geometry/XYZ.h"
+
+class CTin;
+
+namespace kel_tinray {
+
+// |det| below this: the ray is taken as parallel to the triangle (no hit), as ever.
+constexpr double kParallel = 1e-15;
+
+// Moller-Trumbore: the ray o + t d against triangle (a, b, c), each a point of three doubles.
+// true with t when the ray meets the closed triangle (barycentric u, v >= 0, u + v <= 1,
+// tested as U = u det and V = v det against det, so that only t is divided) and |det| is not
+// below kParallel; t may be any sign (callers keep t > 0).
+inline bool RayTriangle(const double o[3], const double d[3], const double a[3], const double b[3],
+                        const double c[3], double& t) {
+    const double e1x = b[0] - a[0], e1y = b[1] - a[1], e1z = b[2] - a[2];
+    const double e2x = c[0] - a[0], e2y = c[1] - a[1], e2z = c[2] - a[2];
+    const double px = d[1] * e2z - d[2] * e2y, py = d[2] * e2x - d[0] * e2z,
+                 pz = d[0] * e2y - d[1] * e2x;
+    const double det = e1x * px + e1y * py + e1z * pz;
+    if (std::fabs(det) < kParallel) return false;
+    const double sx = o[0] - a[0], sy = o[1] - a[1], sz = o[2] - a[2];
+    const double qx = sy * e1z - sz * e1y, qy = sz * e1x - sx * e1z, qz = sx * e1y - sy * e1x;
+    // With det < 0 every comparison turns round: work with |det| and the signs flipped.
+    const double sign = det < 0.0 ? -1.0 : 1.0, adet = det * sign;
+    const double u = (sx * px + sy * py + sz * pz) * sign;
+    if (u < 0.0 || u > adet) return false;
+    const double v = (d[0] * qx + d[1] * qy + d[2] * qz) * sign;
+    if (v < 0.0 || u + v > adet) return false;
+    t = (e2x * qx + e2y * qy + e2z * qz) / det;
+    return true;
+}
+
+// The brute force: every triangle in index order; the smallest t > 0 wins, the first of equal
+// t stays. 1 with t and the triangle, else 0.
+int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t, int& tri);
+
+}  // namespace kel_tinray
+
+class CTinRayIndex {
+public:
+    static constexpr int kLeafSize = 8;      // triangles per leaf
+    static constexpr double kPadRel = 1e-9;  // box padding relative to the coordinate scale
+
+    // Builds over the mesh as it is now. Throws std::bad_alloc when memory is short.
+    explicit CTinRayIndex(const CTin& tin);
+    // False when a triangle names a vertex that does not exist (the index is then empty).
+    bool Valid() const { return m_nTri >= 0; }
+    // True while the mesh still has the counts and storage it was built on (a cheap guard
+    // against edits through the public arrays; CTin drops the index on its own changes).
+    bool Matches(const CTin& tin) const;
+    // As kel_tinray::IntersectAll.
+    int Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t,
+                  int& tri) const;
+
+private:
+    // A node of four children (fewer slots used where a range splits into fewer): each child's
+    // box (floats rounded outwards, padded), and either another node, m_node[first] (count 0),
+    // or the triangles m_tri[first .. first + count) (count > 0); count -1 marks an unused
+    // slot. The boxes are stored axis by axis so that one cache line holds all four of an axis
+    // pair; a node fills two lines.
+    struct alignas(64) Node {
+        float lo[3][4], hi[3][4];
+        std::int32_t first[4];
+        std::int32_t count[4];
+    };
+    // The node over the sorted triangles [begin, end) (their Morton codes in code), at least
+    // kLeafSize + 1 of them: returns its index, and its box unpadded in lo, hi.
+    int Build(int begin, int end, const std::vector<std::uint32_t>& code, double lo[3],
+              double hi[3]);
+    // Where [begin, end) splits: where the highest differing bit of the codes turns on (the two
+    // halves of a Morton cell), or the middle when all codes are equal.
+    static int Split(int begin, int end, const std::vector<std::uint32_t>& code);
+    void LeafBox(int begin, int end, double lo[3], double hi[3]) const;
+
+    std::vector<double> m_xyz;          // the used vertices, x y z each, in order of first use
+    std::vector<std::int32_t> m_tri;    // per sorted triangle: its 3 vertices (of m_xyz)
+    std::vector<std::int32_t> m_triIndex;  // per sorted triangle: its index in the mesh
+    std::vector<Node> m_node;           // m_node[0] is the root
+    double m_pad = 0.0;
+    std::int32_t m_nTri = 0, m_nPt = 0;
+    const void* m_triData = nullptr;
+    const void* m_ptData = nullptr;
+};

@@ -1,0 +1,114 @@
+// CTin::IntersectRay through its hierarchy against the test of every triangle.
+#include <cmath>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "surface/Tin.h"
+#include "surface/TinRay.h"
+
+namespace {
+
+// The same hit as the brute force: found or not, the same triangle and the same point, bit
+// for bit. Counts the hits.
+int CompareRays(const CTin& tin, const CXYZ& o, const CXYZ& d, int& hits) {
+    CXYZ hit;
+    int tri = -1;
+    const int found = tin.IntersectRay(o, d, hit, tri);
+    double t = 0.0;
+    int tri0 = -1;
+    const int found0 = kel_tinray::IntersectAll(tin, o, d, t, tri0);
+    EXPECT_EQ(found, found0) << o.x << " " << o.y << " " << o.z << " dir " << d.x << " " << d.y
+                             << " " << d.z;
+    if (found && found0) {
+        EXPECT_EQ(tri, tri0);
+        EXPECT_EQ(hit.x, o.x + t * d.x);
+        EXPECT_EQ(hit.y, o.y + t * d.y);
+        EXPECT_EQ(hit.z, o.z + t * d.z);
+        ++hits;
+    }
+    return found == found0 && (!found || tri == tri0) ? 1 : 0;
+}
+
+// A bumpy surface far from the origin (surveying coordinates), and a flat grid whose rows,
+// vertices and cocircular quadrilaterals make ties.
+void Bumpy(CTin& tin, unsigned seed, int n) {
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<double> u(0.0, 100.0);
+    for (int i = 0; i < n; ++i) {
+        const double x = u(rng), y = u(rng);
+        tin.AddPoint(5000.0 + x, 3000.0 + y, 100.0 + 2.0 * std::sin(x / 5.0) * std::cos(y / 7.0));
+    }
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+}
+
+TEST(TinRay, SameAnswerAsTheBruteForce) {
+    CTin bumpy;
+    Bumpy(bumpy, 3, 2000);
+    CTin grid;
+    for (int r = 0; r <= 30; ++r)
+        for (int c = 0; c <= 30; ++c) grid.AddPoint(c, r, 0.0);
+    ASSERT_EQ(grid.CreateTin(0.0), 1);
+
+    std::mt19937 rng(2026);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    int hits = 0, same = 0, rays = 0;
+    for (int i = 0; i < 3000; ++i, ++rays) {  // from above and beside, any direction
+        const CXYZ o(4980.0 + 140.0 * u(rng), 2980.0 + 140.0 * u(rng), 95.0 + 30.0 * u(rng));
+        const CXYZ d(u(rng) - 0.5, u(rng) - 0.5, u(rng) - 0.7);
+        same += CompareRays(bumpy, o, d, hits);
+    }
+    for (int i = 0; i < 1000; ++i, ++rays) {  // at vertices and at points on edges
+        const CTin::CTri& t = bumpy.GetTri(static_cast<int>(u(rng) * bumpy.GetTriSize()));
+        const CXYZ& a = bumpy.m_point[t.v[0]];
+        const CXYZ& b = bumpy.m_point[t.v[1]];
+        const CXYZ target = i % 2 == 0 ? a : (a + b) * 0.5;
+        const CXYZ o(target.x + 20.0 * (u(rng) - 0.5), target.y + 20.0 * (u(rng) - 0.5), 130.0);
+        same += CompareRays(bumpy, o, target - o, hits);
+    }
+    for (int i = 0; i < 1000; ++i, ++rays) {  // the grid: vertices, edges, verticals, grazing
+        const double x = std::floor(u(rng) * 30.0), y = std::floor(u(rng) * 30.0);
+        CXYZ o(x, y, 5.0), d(0.0, 0.0, -1.0);
+        switch (i % 5) {
+            case 0: break;                                     // straight down on a vertex
+            case 1: o.x += 0.5; d.SetXYZ(0.1, 0.0, -1.0); break;  // onto an edge's line
+            case 2: o.SetXYZ(x + 0.5, y + 0.5, 5.0); break;   // the diagonal's midpoint
+            case 3: o.SetXYZ(-3.0, y, 0.0); d.SetXYZ(1.0, 0.0, 0.0); break;  // in the plane
+            default: o.SetXYZ(-3.0, y + 0.25, 1e-12); d.SetXYZ(1.0, 0.01, -1e-13); break;
+        }
+        same += CompareRays(grid, o, d, hits);
+    }
+    // A mesh of one or two triangles: a root with one leaf.
+    for (int nPt : {3, 4}) {
+        CTin tiny;
+        tiny.AddPoint(0.0, 0.0, 0.0);
+        tiny.AddPoint(1.0, 0.0, 0.0);
+        tiny.AddPoint(0.0, 1.0, 1.0);
+        if (nPt == 4) tiny.AddPoint(1.0, 1.0, 0.5);
+        ASSERT_EQ(tiny.CreateTin(0.0), 1);
+        for (int i = 0; i < 50; ++i, ++rays) {
+            const CXYZ o(2.0 * u(rng) - 0.5, 2.0 * u(rng) - 0.5, 3.0);
+            same += CompareRays(tiny, o, CXYZ(u(rng) - 0.5, u(rng) - 0.5, -1.0), hits);
+        }
+    }
+    EXPECT_EQ(same, rays);
+    EXPECT_GT(hits, rays / 2);  // the cases did reach the surface
+
+    // The hierarchy follows the mesh: a new point, then a vertex moved in place.
+    const CXYZ o(5050.0, 3050.0, 200.0), d(0.0, 0.0, -1.0);
+    CXYZ hit0;
+    int tri = -1;
+    ASSERT_EQ(bumpy.IntersectRay(o, d, hit0, tri), 1);
+    ASSERT_EQ(bumpy.DivideTri(5050.0, 3050.0, 150.0), 1);
+    CXYZ hit;
+    ASSERT_EQ(bumpy.IntersectRay(o, d, hit, tri), 1);
+    EXPECT_EQ(hit.z, 150.0);
+    const int v = bumpy.GetTri(tri).v[0];
+    bumpy.m_point[v].z = 160.0;
+    bumpy.DropRayIndex();
+    same = 0;
+    same += CompareRays(bumpy, CXYZ(5050.0, 3050.0, 200.0), d, hits);
+    EXPECT_EQ(same, 1);
+}
+
+}  // namespace
