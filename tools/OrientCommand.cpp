@@ -27,39 +27,25 @@ using kelscan_cli::Fixed;
 using kelscan_cli::SetExit;
 typedef kel_templ::CKelArray<CXYZ, CXYZ&> Points;
 
-// Named points, one a row: a name and exactly `coords` numbers. The name is the first field
-// whatever it holds (numbers make good point names); a first row whose coordinates are not
-// numbers is a header. Fewer or more fields, a coordinate that is not a number, an empty or a
-// repeated name fail with the file and line.
+// Named points, one a row, through the program's one CSV reader: a name and exactly `coords`
+// numbers. The name is the first field whatever it holds (numbers make good point names); a
+// first row without numbers is a header. Other field counts, a coordinate that is not a
+// number, an empty or a repeated name fail with the file and line.
 int ReadPoints(const std::string& path, int coords, Points& pts) {
-    std::vector<std::string> lines;
-    if (!kelscan_cli::ReadLines(path, lines)) return Fail("cannot read " + path);
+    std::vector<kelscan_cli::CsvRow> rows;
+    std::string error;
+    const kelscan_cli::CsvShape shape{
+        {coords}, kelscan_cli::CsvShape::kName, "a name and " + std::to_string(coords) + " numbers"};
+    if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return Fail(error);
     std::set<std::string> seen;
-    bool first = true;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        const std::string& text = lines[i];
-        const std::size_t lead = text.find_first_not_of(" \t");
-        if (lead == std::string::npos || text[lead] == '#') continue;
-        const std::vector<std::string> fields = kelscan_cli::SplitCsv(text);
-        const std::string where = path + ":" + std::to_string(i + 1) + ": ";
-        double v[3] = {0.0, 0.0, 0.0};
-        std::size_t bad = 0;
-        for (std::size_t k = 1; k < fields.size() && bad == 0; ++k)
-            if (!kelscan_cli::ParseDouble(fields[k], v[k <= 3 ? k - 1 : 0])) bad = k;
-        const bool header = first && bad != 0;
-        first = false;
-        if (header) continue;
-        if (fields.size() != static_cast<std::size_t>(coords) + 1)
-            return Fail(where + "expected a name and " + std::to_string(coords) +
-                        " numbers, found " + std::to_string(fields.size()) + " fields");
-        if (bad != 0) return Fail(where + "\"" + fields[bad] + "\" is not a number");
-        if (fields[0].empty()) return Fail(where + "a point needs a name");
-        if (!seen.insert(fields[0]).second)
-            return Fail(where + "duplicate point name " + fields[0]);
-        CXYZ p(kel_text::Utf8ToWide(fields[0].c_str()), v[0], v[1], coords > 2 ? v[2] : 0.0);
+    for (const kelscan_cli::CsvRow& r : rows) {
+        const std::string where = path + ":" + std::to_string(r.line) + ": ";
+        if (r.name.empty()) return Fail(where + "a point needs a name");
+        if (!seen.insert(r.name).second) return Fail(where + "duplicate point name " + r.name);
+        CXYZ p(kel_text::Utf8ToWide(r.name.c_str()), r.values[0], r.values[1],
+               coords > 2 ? r.values[2] : 0.0);
         pts.Add(p);
     }
-    if (pts.GetSize() == 0) return Fail(path + ": no points");
     return 0;
 }
 
