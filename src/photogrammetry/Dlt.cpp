@@ -135,11 +135,8 @@ int CDlt::ChooseDlt() {
 }
 
 CXYZ CDlt::Local(int i) const {
-    CXYZ p(m_obj[i]);
-    p.x -= m_origin.x;
-    p.y -= m_origin.y;
-    p.z -= m_origin.z;
-    return p;
+    const CXYZ& p = m_obj[i];
+    return CXYZ(p.x - m_origin.x, p.y - m_origin.y, p.z - m_origin.z);
 }
 
 void CDlt::BeginLocal() { m_origin = kel_photo::CalControlSpread(m_obj).centroid; }

@@ -125,7 +125,7 @@ private:
     // m_origin and returns the final result.
     void BeginLocal();
     int EndLocal(int r);
-    // Object point i reduced by m_origin (name kept).
+    // Object point i reduced by m_origin (without its name).
     CXYZ Local(int i) const;
     // Runs the four interior/exterior steps in order; 0 at the first failure.
     int CalOrientation();

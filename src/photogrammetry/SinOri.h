@@ -58,7 +58,9 @@ public:
     // every attitude: horizontal, oblique, nadir or turned); otherwise, or when that fails,
     // the plane DLT in the plane of the control (its best-fitting plane for 4 or 5 points that
     // are not coplanar); as the last resort the Helmert start of a camera looking along the
-    // vertical. The first start whose iteration passes the checks wins.
+    // vertical. The first start whose iteration passes the checks wins. For 4 or 5 points
+    // that are not coplanar these starts may not reach a camera that does not look down; the
+    // method then fails (CalSinOri2's turned trials find it).
     int CalSinOri();
     // CalSinOri's solution tried from up to 40 trial attitudes (the object points turned by
     // first angle 0, +-45, +-90 degrees and second angle 0, +-45, +-90, +-135, 180 degrees);

@@ -137,12 +137,15 @@ Outcome Orient(Method m, const Scene& s) {
     return out;
 }
 
+// A vertical plane: no map from (X, Y) describes it, so the plane DLT refuses it.
+bool Wall(const Geometry& g) { return g.planar && std::fabs(g.planeNormal.z) < 1e-3; }
+
 // Which methods apply: the spatial ones to control that is not coplanar (6, self-calibration
 // 8 points at least), the plane one to coplanar control, the resection to everything.
 bool Applies(Method m, const Geometry& g) {
     switch (m) {
-        case kCalDlt: return g.planar || g.n >= 6;
-        case kDlt2D: return g.planar;
+        case kCalDlt: return (g.planar && !Wall(g)) || (!g.planar && g.n >= 6);
+        case kDlt2D: return g.planar && !Wall(g);
         case kDlt3D:
         case kIte3D: return !g.planar && g.n >= 6;
         case kSelf1:
@@ -174,6 +177,8 @@ std::vector<Geometry> Geometries() {
                   CXYZ(0, 0, 0), CXYZ(0, 0, 1)});
     gs.push_back({"plane Z = 98", 8.8, CXYZ(3, 4, 128), CWPK(0.05, -0.03, 0.4), 16, true,
                   CXYZ(0, 0, 98), CXYZ(0, 0, 1)});
+    gs.push_back({"wall", 8.8, CXYZ(0.35, -2.0, 1.5), CWPK(-90 * kDeg, 0, 10 * kDeg), 16, true,
+                  CXYZ(0, 20, 0), CXYZ(0, 1, 0)});
     gs.push_back({"inclined plane", 8.8, CXYZ(0, -30, 20), CWPK(-40 * kDeg, 0, 10 * kDeg), 16,
                   true, CXYZ(0, 0, 0), CXYZ(0, -0.5, 0.8660254037844386)});
     for (int n : {4, 6, 8, 30}) {
@@ -215,8 +220,12 @@ TEST_F(OrientationMatrixTest, EveryMethodOnEveryGeometryIsRightOrSaysNo) {
             // A self-calibration of another model than the lens's cannot be exact: it may
             // succeed near the truth or fail.
             const bool otherModel = s.g.lens && (m == kSelf1 || m == kSelf2);
+            // The single start has no spatial DLT for 4 or 5 points that are not coplanar:
+            // its plane and Helmert starts may not reach the camera (the multi-start does).
+            const bool mayFail =
+                otherModel || (m == kSinOri && !s.g.planar && s.g.n < 6);
             if (!o.ok) {
-                EXPECT_FALSE(Applies(m, s.g) && !otherModel) << what;
+                EXPECT_FALSE(Applies(m, s.g) && !mayFail) << what;
                 EXPECT_EQ(Lines().size(), 1u) << what;
                 continue;
             }
@@ -251,7 +260,7 @@ TEST_F(OrientationMatrixTest, EveryMethodOnEveryGeometryIsRightOrSaysNo) {
     std::mt19937 rng(5);
     for (const double sd : {0.002, 0.01}) {
         std::normal_distribution<double> noise(0.0, sd);
-        for (const std::size_t gi : {0, 1, 2, 3, 4, 5, 6, 8}) {
+        for (const std::size_t gi : {0, 1, 2, 3, 4, 5, 6, 8, 9}) {
             if (sd > 0.002 && gi != 4) continue;
             Scene s(gs[gi], 300 + static_cast<unsigned>(gi));
             for (int i = 0; i < s.g.n; ++i) {
