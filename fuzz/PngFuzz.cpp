@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::vector<unsigned char> rgb;
         for (LONG y = 0; y < b->height; ++y)
             for (LONG x = 0; x < b->width; ++x)
-                for (int c = 2; c >= 0; --c) rgb.push_back(b->bits[y * b->bytesPerLine + 3 * x + c]);
+                for (int c = 2; c >= 0; --c)
+                    rgb.push_back(b->bits[y * b->bytesPerLine + 3 * x + c]);
         std::vector<unsigned char> png;
         if (!kel_png::EncodePng(rgb.data(), b->width, b->height, png)) std::abort();
     }

@@ -55,8 +55,8 @@ int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
             return Fail(photo + ": cannot decode it (a damaged or cut-short JPEG)");
         default: {
             CFCIMGBitmap probe;
-            const bool png = probe.GetFileTypeExt(kel_text::Utf8ToWide(photo.c_str()).GetString()) ==
-                             SC_IMG_EXT_PNG;
+            const kel_text::CKelString path = kel_text::Utf8ToWide(photo.c_str());
+            const bool png = probe.GetFileTypeExt(path.GetString()) == SC_IMG_EXT_PNG;
             return Fail("cannot read " + photo + (png ? " as a PNG" : " as a BMP"));
         }
     }

@@ -44,7 +44,8 @@ std::string SampleDataDir() {
         if (std::filesystem::is_directory(installed, ec))
             return installed.lexically_normal().string();
     }
-    if (std::filesystem::is_directory(KELSCAN_DEFAULT_DATA_DIR, ec)) return KELSCAN_DEFAULT_DATA_DIR;
+    if (std::filesystem::is_directory(KELSCAN_DEFAULT_DATA_DIR, ec))
+        return KELSCAN_DEFAULT_DATA_DIR;
     return KELSCAN_INSTALL_DATA_DIR;
 }
 

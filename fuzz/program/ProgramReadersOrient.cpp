@@ -1,7 +1,6 @@
 // The orientation command's readers (tools/OrientCommand.cpp).
-#include "ProgramReaders.h"
-
 #include "OrientCommand.cpp"
+#include "ProgramReaders.h"
 
 namespace kel_fuzz_program {
 

@@ -1,6 +1,5 @@
 // The surface command's readers (tools/TinCommand.cpp).
 #include "ProgramReaders.h"
-
 #include "TinCommand.cpp"
 
 namespace kel_fuzz_program {

@@ -25,7 +25,7 @@ constexpr std::size_t kWriteChunk = std::size_t(1) << 30;
 // libpng's error text for the one trace line, and the file or output the callbacks use.
 struct PngIo {
     char message[128];
-    CFile* file;                       // reading
+    CFile* file;                      // reading
     std::vector<unsigned char>* out;  // writing
 };
 
@@ -69,8 +69,8 @@ struct Decoded {
     png_uint_32 height;
     int bitsPerPixel;
     DWORD paletteSize;
-    HBITMAP dib;       // released by the caller, also after a failure
-    png_bytep* rows;   // std::free'd by the caller
+    HBITMAP dib;      // released by the caller, also after a failure
+    png_bytep* rows;  // std::free'd by the caller
 };
 
 bool IsGrey(int colourType) { return (colourType & PNG_COLOR_MASK_COLOR) == 0; }
@@ -110,8 +110,8 @@ bool RunRead(png_structp png, png_infop info, bool pixels, Decoded& d) {
     d.rows = static_cast<png_bytep*>(std::malloc(sizeof(png_bytep) * d.height));
     if (d.rows == nullptr) png_error(png, "CMemoryException");
     for (png_uint_32 y = 0; y < d.height; ++y)
-        d.rows[y] = d.dib->bits + static_cast<std::size_t>(y) *
-                                      static_cast<std::size_t>(d.dib->bytesPerLine);
+        d.rows[y] = d.dib->bits +
+                    static_cast<std::size_t>(y) * static_cast<std::size_t>(d.dib->bytesPerLine);
     png_read_image(png, d.rows);
     return true;
 }
@@ -176,9 +176,9 @@ unsigned long GetPngFileSizeFromFile(const wchar_t* path) {
     try {
         Decoded d;
         if (!ReadPng(path, L"GetPngFileSizeFromFile", false, d)) return 0;
-        return static_cast<unsigned long>(
-            kel_bitmap::DibBytes(static_cast<LONG>(d.width), static_cast<LONG>(d.height),
-                                 d.bitsPerPixel, d.paletteSize));
+        return static_cast<unsigned long>(kel_bitmap::DibBytes(static_cast<LONG>(d.width),
+                                                               static_cast<LONG>(d.height),
+                                                               d.bitsPerPixel, d.paletteSize));
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"GetPngFileSizeFromFile CMemoryException");
     }
@@ -230,7 +230,8 @@ int WritePng(const char* path, const unsigned char* rgb, int width, int height) 
         try {
             // In pieces: one CFile::Write takes a 32-bit count.
             for (std::size_t at = 0; at < bytes.size(); at += kWriteChunk) {
-                const std::size_t n = bytes.size() - at < kWriteChunk ? bytes.size() - at : kWriteChunk;
+                const std::size_t n =
+                    bytes.size() - at < kWriteChunk ? bytes.size() - at : kWriteChunk;
                 f.Write(bytes.data() + at, static_cast<UINT>(n));
             }
             f.Flush();

@@ -77,7 +77,8 @@ TEST_F(PngFileTest, WrittenPngReadsBackExactlyAndCompressed) {
     std::vector<unsigned char> rgb;
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
-            for (int c = 0; c < 3; ++c) rgb.push_back(static_cast<unsigned char>(x * 2 + y * (c + 1)));
+            for (int c = 0; c < 3; ++c)
+                rgb.push_back(static_cast<unsigned char>(x * 2 + y * (c + 1)));
     ASSERT_EQ(kel_png::WritePng("\\missing\\a.png", rgb.data(), w, h), 0);
     ASSERT_EQ(Lines().size(), 1u);
     ClearLines();
@@ -120,26 +121,41 @@ TEST_F(PngFileTest, EveryKindLoadsAsTheBitmapDocuments) {
     struct Case {
         const char* name;
         RawPng png;
-        int bits;                         // of the bitmap
+        int bits;                        // of the bitmap
         std::vector<std::uint8_t> want;  // unpadded bitmap rows
     };
     const std::vector<png_color> pal = {{10, 20, 30}, {40, 50, 60}, {70, 80, 90}};
     const std::vector<Case> cases = {
         // 1-bit grey, interlaced: 0 and 1 become 0 and 255.
-        {"grey1", {5, 3, PNG_COLOR_TYPE_GRAY, 1, PNG_INTERLACE_ADAM7, {{0xA8}, {0x50}, {0xF8}}, {}}, 8,
+        {"grey1",
+         {5, 3, PNG_COLOR_TYPE_GRAY, 1, PNG_INTERLACE_ADAM7, {{0xA8}, {0x50}, {0xF8}}, {}},
+         8,
          {255, 0, 255, 0, 255, 0, 255, 0, 255, 0, 255, 255, 255, 255, 255}},
         // 16-bit grey keeps the high byte.
-        {"grey16", {2, 1, PNG_COLOR_TYPE_GRAY, 16, PNG_INTERLACE_NONE, {{0x12, 0x34, 0xFE, 0xFF}}, {}}, 8,
+        {"grey16",
+         {2, 1, PNG_COLOR_TYPE_GRAY, 16, PNG_INTERLACE_NONE, {{0x12, 0x34, 0xFE, 0xFF}}, {}},
+         8,
          {0x12, 0xFE}},
         // Grey with alpha drops the alpha.
-        {"greyA", {2, 1, PNG_COLOR_TYPE_GRAY_ALPHA, 8, PNG_INTERLACE_NONE, {{7, 0, 9, 255}}, {}}, 8,
+        {"greyA",
+         {2, 1, PNG_COLOR_TYPE_GRAY_ALPHA, 8, PNG_INTERLACE_NONE, {{7, 0, 9, 255}}, {}},
+         8,
          {7, 9}},
         // A 4-bit palette is expanded to blue, green, red.
-        {"pal4", {3, 1, PNG_COLOR_TYPE_PALETTE, 4, PNG_INTERLACE_NONE, {{0x21, 0x00}}, pal}, 24,
+        {"pal4",
+         {3, 1, PNG_COLOR_TYPE_PALETTE, 4, PNG_INTERLACE_NONE, {{0x21, 0x00}}, pal},
+         24,
          {90, 80, 70, 60, 50, 40, 30, 20, 10}},
         // 16-bit RGB with alpha, interlaced.
-        {"rgba16", {1, 2, PNG_COLOR_TYPE_RGB_ALPHA, 16, PNG_INTERLACE_ADAM7,
-                    {{1, 0, 2, 0, 3, 0, 0, 0}, {4, 9, 5, 9, 6, 9, 9, 9}}, {}}, 24,
+        {"rgba16",
+         {1,
+          2,
+          PNG_COLOR_TYPE_RGB_ALPHA,
+          16,
+          PNG_INTERLACE_ADAM7,
+          {{1, 0, 2, 0, 3, 0, 0, 0}, {4, 9, 5, 9, 6, 9, 9, 9}},
+          {}},
+         24,
          {3, 2, 1, 6, 5, 4}},
     };
     for (const Case& c : cases) {
@@ -170,11 +186,11 @@ TEST_F(PngFileTest, BrokenFilesAndBadArgumentsFailWithOneLine) {
     struct Broken {
         std::string bytes, line;
     };
-    for (const Broken& c : {Broken{"not a PNG at all", "LoadPngFromFile libpng: Not a PNG file"},
-                            Broken{good.substr(0, 20), "LoadPngFromFile libpng: the file ends early"},
-                            Broken{good.substr(0, good.size() - 20),
-                                   "LoadPngFromFile libpng: the file ends early"},
-                            Broken{badCrc, "LoadPngFromFile libpng: IDAT: CRC error"}}) {
+    for (const Broken& c :
+         {Broken{"not a PNG at all", "LoadPngFromFile libpng: Not a PNG file"},
+          Broken{good.substr(0, 20), "LoadPngFromFile libpng: the file ends early"},
+          Broken{good.substr(0, good.size() - 20), "LoadPngFromFile libpng: the file ends early"},
+          Broken{badCrc, "LoadPngFromFile libpng: IDAT: CRC error"}}) {
         Write("bad.png", c.bytes);
         ClearLines();
         EXPECT_EQ(LoadPngFromFile(L"\\bad.png"), nullptr);
@@ -187,7 +203,8 @@ TEST_F(PngFileTest, BrokenFilesAndBadArgumentsFailWithOneLine) {
     Write("bad.png", good.substr(0, 30));
     ClearLines();
     EXPECT_EQ(GetPngFileSizeFromFile(L"\\bad.png"), 0u);
-    EXPECT_EQ(Lines(), std::vector<std::string>{"GetPngFileSizeFromFile libpng: the file ends early"});
+    EXPECT_EQ(Lines(),
+              std::vector<std::string>{"GetPngFileSizeFromFile libpng: the file ends early"});
 
     // The writer: arguments, then a disk that refuses the write (the torn file is removed).
     ClearLines();
@@ -196,7 +213,8 @@ TEST_F(PngFileTest, BrokenFilesAndBadArgumentsFailWithOneLine) {
     EXPECT_EQ(kel_png::WritePng("\\w.png", rgb, 2, 65536), 0);
     EXPECT_EQ(kel_png::WritePng(nullptr, rgb, 2, 2), 0);
     const std::string range = "kel_png::EncodePng rgb == NULL || width or height out of range";
-    EXPECT_EQ(Lines(), (std::vector<std::string>{range, range, range, "kel_png::WritePng path == NULL"}));
+    EXPECT_EQ(Lines(),
+              (std::vector<std::string>{range, range, range, "kel_png::WritePng path == NULL"}));
     struct Refuse {
         static int Write(void*, kel_platform::FileOp op, const char*) {
             return op == kel_platform::FileOp::Write ? 1 : 0;
