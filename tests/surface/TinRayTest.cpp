@@ -44,7 +44,7 @@ void Bumpy(CTin& tin, unsigned seed, int n) {
 
 TEST(TinRay, SameAnswerAsTheBruteForce) {
     CTin bumpy;
-    Bumpy(bumpy, 3, 2000);
+    Bumpy(bumpy, 3, 1000);
     CTin grid;
     for (int r = 0; r <= 30; ++r)
         for (int c = 0; c <= 30; ++c) grid.AddPoint(c, r, 0.0);
