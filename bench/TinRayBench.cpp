@@ -34,7 +34,8 @@ void BM_RayIndexBuild(benchmark::State& state) {
         state.ResumeTiming();
         CXYZ hit;
         int tri = -1;
-        benchmark::DoNotOptimize(tin->IntersectRay(tin_bench::Origin(ray), tin_bench::Dir(ray), hit, tri));
+        benchmark::DoNotOptimize(
+            tin->IntersectRay(tin_bench::Origin(ray), tin_bench::Dir(ray), hit, tri));
         state.PauseTiming();
         tin.reset();
         state.ResumeTiming();

@@ -25,9 +25,9 @@ inline std::vector<Ray> PhotoRays() {
         for (int c = 0; c < kRayCols; ++c) {
             const double az = (32.0 + 56.0 * c / (kRayCols - 1)) * kPi / 180.0;
             const double dip = (9.5 - 7.0 * r / (kRayRows - 1)) * kPi / 180.0;
-            rays.push_back({{1000.0, 2000.0, 101.6},
-                            {std::cos(az) * std::cos(dip), std::sin(az) * std::cos(dip),
-                             -std::sin(dip)}});
+            rays.push_back(
+                {{1000.0, 2000.0, 101.6},
+                 {std::cos(az) * std::cos(dip), std::sin(az) * std::cos(dip), -std::sin(dip)}});
         }
     return rays;
 }

@@ -10,9 +10,9 @@
 #include <embree3/rtcore.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -95,7 +95,10 @@ int main(int argc, char** argv) {
     for (int i = 0; i < runs; ++i) {
         double t0 = Clock::now();
         for (std::size_t k = 0; k < rays.size(); ++k)
-            ourTri[k] = tin->IntersectRay(tin_bench::Origin(rays[k]), tin_bench::Dir(rays[k]), hit, tri) ? tri : -1;
+            ourTri[k] =
+                tin->IntersectRay(tin_bench::Origin(rays[k]), tin_bench::Dir(rays[k]), hit, tri)
+                    ? tri
+                    : -1;
         ours = std::min(ours, Seconds(t0));
         t0 = Clock::now();
         for (std::size_t k = 0; k < rays.size(); ++k) {
@@ -113,7 +116,8 @@ int main(int argc, char** argv) {
             rh.ray.time = 0.0f;
             rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
             rtcIntersect1(scene, &context, &rh);
-            embreeTri[k] = rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? RTC_INVALID_GEOMETRY_ID : rh.hit.primID;
+            embreeTri[k] =
+                rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? RTC_INVALID_GEOMETRY_ID : rh.hit.primID;
         }
         embree = std::min(embree, Seconds(t0));
     }
@@ -126,9 +130,10 @@ int main(int argc, char** argv) {
         const int e = embreeTri[k] == RTC_INVALID_GEOMETRY_ID ? -1 : static_cast<int>(embreeTri[k]);
         same += e == ourTri[k] ? 1 : 0;
     }
-    std::printf("surface: %d points, %d triangles; %zu rays, %zu hits, %zu with the same "
-                "triangle as Embree\n",
-                tin->GetPointSize(), tin->GetTriSize(), rays.size(), hits, same);
+    std::printf(
+        "surface: %d points, %d triangles; %zu rays, %zu hits, %zu with the same "
+        "triangle as Embree\n",
+        tin->GetPointSize(), tin->GetTriSize(), rays.size(), hits, same);
     std::printf("CreateTin            %10.1f ms\n", createTin * 1e3);
     std::printf("hierarchy build      %10.1f ms   build / CreateTin  %.3f (goal <= 0.25)\n",
                 build * 1e3, build / createTin);

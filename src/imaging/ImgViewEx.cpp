@@ -31,8 +31,10 @@ bool Clip(double& x0, double& y0, double& x1, double& y1, double xlo, double ylo
             continue;
         }
         const double r = q[i] / p[i];
-        if (p[i] < 0.0) t0 = std::max(t0, r);
-        else t1 = std::min(t1, r);
+        if (p[i] < 0.0)
+            t0 = std::max(t0, r);
+        else
+            t1 = std::min(t1, r);
         if (t0 > t1) return false;
     }
     x1 = x0 + t1 * dx;
@@ -45,7 +47,9 @@ bool Clip(double& x0, double& y0, double& x1, double& y1, double xlo, double ylo
 }  // namespace
 
 CImgViewEx::CImgViewEx()
-    : m_region(CPolyline::kClosed), m_regionRgb(0xFF0000), m_regionWidth(1),
+    : m_region(CPolyline::kClosed),
+      m_regionRgb(0xFF0000),
+      m_regionWidth(1),
       m_backgroundRgb(0x000000) {}
 
 CImgViewEx::~CImgViewEx() = default;
@@ -79,9 +83,8 @@ void CImgViewEx::ClearOverlays() { m_overlays.clear(); }
 
 int CImgViewEx::Render(std::vector<unsigned char>& rgb) const {
     try {
-        rgb.assign(static_cast<std::size_t>(m_viewWidth) * static_cast<std::size_t>(m_viewHeight) *
-                       3,
-                   0);
+        rgb.assign(
+            static_cast<std::size_t>(m_viewWidth) * static_cast<std::size_t>(m_viewHeight) * 3, 0);
     } catch (const std::bad_alloc&) {
         return 0;
     }
@@ -110,9 +113,9 @@ void CImgViewEx::DrawPhoto(std::vector<unsigned char>& rgb) const {
         // The bitmap pixel under the view pixel's centre (nearest neighbour).
         const double by = std::floor((y + 0.5) / m_zoom + m_scrollY);
         const bool rowIn = b != nullptr && by >= 0.0 && by < static_cast<double>(b->height);
-        const BYTE* row =
-            rowIn ? b->bits + static_cast<std::size_t>(by) * static_cast<std::size_t>(b->bytesPerLine)
-                  : nullptr;
+        const BYTE* row = rowIn ? b->bits + static_cast<std::size_t>(by) *
+                                                static_cast<std::size_t>(b->bytesPerLine)
+                                : nullptr;
         for (int x = 0; x < w; ++x) {
             const double bx = std::floor((x + 0.5) / m_zoom + m_scrollX);
             if (row == nullptr || bx < 0.0 || bx >= static_cast<double>(b->width)) {

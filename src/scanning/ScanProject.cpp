@@ -40,9 +40,19 @@ void DeleteAndNull(T*& p) {
 }  // namespace
 
 CKelScanProject::CKelScanProject()
-    : m_pImage(nullptr), m_pSinOriToTin(nullptr), m_pScanHV(nullptr), m_pScanXYZ(nullptr),
-      m_pScanImg(nullptr), m_flag(1), m_value1(0.0), m_value2(-180.0), m_value3(-180.0),
-      m_pCamera(nullptr), m_estCount(0), m_estSeconds(0), m_estRemain(0) {}
+    : m_pImage(nullptr),
+      m_pSinOriToTin(nullptr),
+      m_pScanHV(nullptr),
+      m_pScanXYZ(nullptr),
+      m_pScanImg(nullptr),
+      m_flag(1),
+      m_value1(0.0),
+      m_value2(-180.0),
+      m_value3(-180.0),
+      m_pCamera(nullptr),
+      m_estCount(0),
+      m_estSeconds(0),
+      m_estRemain(0) {}
 
 CKelScanProject::~CKelScanProject() {
     DestroyScanArrays();
@@ -95,8 +105,7 @@ void CKelScanProject::DestroyScanArrays() {
     }
 }
 
-void CKelScanProject::SetOccBs(const CXYZ& station, double value1, double value2,
-                               double value3) {
+void CKelScanProject::SetOccBs(const CXYZ& station, double value1, double value2, double value3) {
     m_station = station;
     m_value1 = value1;
     m_value2 = value2;
@@ -221,7 +230,8 @@ int CKelScanProject::SetSurface(const CXYZArray& pts) {
 
 int CKelScanProject::OrientCalc(const CXYZArray& img, const CXYZArray& obj) {
     if (m_pSinOriToTin == nullptr || m_pCamera == nullptr) {
-        KEL_TRACE_ALWAYS(L"CKelScanProject::OrientCalc m_pSinOriToTin == nullptr || m_pCamera == nullptr");
+        KEL_TRACE_ALWAYS(
+            L"CKelScanProject::OrientCalc m_pSinOriToTin == nullptr || m_pCamera == nullptr");
         return 0;
     }
     CXYZArray objPair, imgPair;
@@ -288,7 +298,8 @@ int CKelScanProject::Outline(const CPolyline& region, CXYZArray& pts) const {
         const CVertex& a = region.m_vertex[i];
         const CVertex& b = region.m_vertex[(i + 1) % n];
         const double len = std::hypot(b.x - a.x, b.y - a.y);
-        const int steps = m_flag == 1 ? std::max(1, static_cast<int>(std::ceil(len / kDensifyPx))) : 1;
+        const int steps =
+            m_flag == 1 ? std::max(1, static_cast<int>(std::ceil(len / kDensifyPx))) : 1;
         for (int k = 0; k < steps; ++k) {
             const double t = static_cast<double>(k) / steps;
             CXYZ p(a.x + t * (b.x - a.x), a.y + t * (b.y - a.y), 0.0);
@@ -443,9 +454,9 @@ int CKelScanProject::NoImgToImg(const CCleverScanBase& planner, CPolyline& regio
     region.Close();
     for (int e = 0; e < 4; ++e) {
         const double dh = corner[e + 1][0] - corner[e][0], dv = corner[e + 1][1] - corner[e][1];
-        const int steps =
-            std::max(1, static_cast<int>(std::ceil(std::max(std::fabs(dh), std::fabs(dv)) /
-                                                   kOutlineStepDeg)));
+        const int steps = std::max(
+            1,
+            static_cast<int>(std::ceil(std::max(std::fabs(dh), std::fabs(dv)) / kOutlineStepDeg)));
         for (int k = 0; k < steps; ++k) {
             const double t = static_cast<double>(k) / steps;
             CXYZ img;
@@ -463,7 +474,8 @@ int CKelScanProject::NoImgToImg(const CCleverScanBase& planner, CPolyline& regio
 
 int CKelScanProject::GetPolylineFromImage(CPolyline& region) {
     if (m_pImage == nullptr || m_pImage->GetRegion().GetVertexSize() < 3) {
-        KEL_TRACE_ALWAYS(L"CKelScanProject::GetPolylineFromImage m_pImage == nullptr || nVertex < 3");
+        KEL_TRACE_ALWAYS(
+            L"CKelScanProject::GetPolylineFromImage m_pImage == nullptr || nVertex < 3");
         return 0;
     }
     region = m_pImage->GetRegion();

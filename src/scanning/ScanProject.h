@@ -32,7 +32,6 @@ class CCamera;
 class CImgViewEx;
 class CSinOriToTin;
 class CCleverScanBase;
-class CTin;
 
 class KELSCAN_API CKelScanProject {
 public:
@@ -52,13 +51,13 @@ public:
     virtual ~CKelScanProject();
 
     // Each Create first destroys what it replaces; each Destroy may be called at any time.
-    int CreateProject();      // a new CSinOriToTin; 1 when it exists
-    void DestroyProject();    // destroys it, empties both working point arrays
-    int CreateCamera();       // a default CCamera (its Init state); 1 when it exists
+    int CreateProject();    // a new CSinOriToTin; 1 when it exists
+    void DestroyProject();  // destroys it, empties both working point arrays
+    int CreateCamera();     // a default CCamera (its Init state); 1 when it exists
     void DestroyCamera();
-    int CreateImage();        // a new CImgViewEx; 1 when it exists
+    int CreateImage();  // a new CImgViewEx; 1 when it exists
     void DestroyImage();
-    int CreateScanArrays();   // the three scan arrays, empty; 1 only when all three exist
+    int CreateScanArrays();  // the three scan arrays, empty; 1 only when all three exist
     void DestroyScanArrays();
 
     // The station (surveying frame) and its three values: value1 the instrument height (m),
@@ -164,24 +163,24 @@ public:
     // Owned objects, members in this order.
     CImgViewEx* m_pImage;
     CSinOriToTin* m_pSinOriToTin;
-    CXYZArray* m_pScanHV;   // planned targets: x = H, y = V (degrees)
-    CXYZArray* m_pScanXYZ;  // measured points, surveying frame
-    CXYZArray* m_pScanImg;  // the measured points' image pixels
+    CXYZArray* m_pScanHV;                  // planned targets: x = H, y = V (degrees)
+    CXYZArray* m_pScanXYZ;                 // measured points, surveying frame
+    CXYZArray* m_pScanImg;                 // the measured points' image pixels
     kel_text::CKelString m_strFolder;      // project folder (device path)
     kel_text::CKelString m_strName;        // project name
     kel_text::CKelString m_strCameraFile;  // camera file
     kel_text::CKelString m_strImageFile;   // photograph
     kel_text::CKelString m_strTinFile;     // surface file
     kel_text::CKelString m_strScanFile;    // scan point database
-    std::uint8_t m_flag;  // 1: region outlines are densified to follow the terrain
-    CXYZ m_station;       // surveying frame
-    double m_value1;      // instrument height (m)
-    double m_value2;      // backsight azimuth (degrees), -180 not set
-    double m_value3;      // circle reading on the backsight (degrees), -180 not set
-    CXYZ m_ptRegionMin;    // the last region's angles box, lower corner (x = H, y = V)
-    CXYZ m_ptRegionMax;    // its upper corner
-    CXYZ m_ptRegionMean;   // the mean of its object points (surveying frame)
-    CXYZ m_ptRegionSight;  // x: mean slope distance (m), y: mean zenith angle (degrees)
+    std::uint8_t m_flag;                   // 1: region outlines are densified to follow the terrain
+    CXYZ m_station;                        // surveying frame
+    double m_value1;                       // instrument height (m)
+    double m_value2;                       // backsight azimuth (degrees), -180 not set
+    double m_value3;        // circle reading on the backsight (degrees), -180 not set
+    CXYZ m_ptRegionMin;     // the last region's angles box, lower corner (x = H, y = V)
+    CXYZ m_ptRegionMax;     // its upper corner
+    CXYZ m_ptRegionMean;    // the mean of its object points (surveying frame)
+    CXYZ m_ptRegionSight;   // x: mean slope distance (m), y: mean zenith angle (degrees)
     CXYZArray m_regionXYZ;  // the last region's outline points, surveying frame
     CXYZArray m_regionHV;   // their angles (x = H, y = V)
     CCamera* m_pCamera;

@@ -160,7 +160,8 @@ int CTin::IntersectRay(const CXYZ& origin, const CXYZ& dir, CXYZ& hit, int& tri)
     int best = -1;
     int found = 0;
     try {
-        if (!m_rayIndex || !m_rayIndex->Matches(*this)) m_rayIndex = std::make_shared<CTinRayIndex>(*this);
+        if (!m_rayIndex || !m_rayIndex->Matches(*this))
+            m_rayIndex = std::make_shared<CTinRayIndex>(*this);
     } catch (const std::bad_alloc&) {
         m_rayIndex.reset();  // short of memory: the brute force gives the same answer
     }

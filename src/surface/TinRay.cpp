@@ -56,7 +56,8 @@ int kel_tinray::IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& di
         const CXYZ& pa = tin.m_point[tr.v[0]];
         const CXYZ& pb = tin.m_point[tr.v[1]];
         const CXYZ& pc = tin.m_point[tr.v[2]];
-        const double a[3] = {pa.x, pa.y, pa.z}, b[3] = {pb.x, pb.y, pb.z}, c[3] = {pc.x, pc.y, pc.z};
+        const double a[3] = {pa.x, pa.y, pa.z}, b[3] = {pb.x, pb.y, pb.z},
+                     c[3] = {pc.x, pc.y, pc.z};
         double ti = 0.0;
         if (RayTriangle(o, d, a, b, c, ti)) Keep(ti, i, bestT, best);
     }
@@ -97,7 +98,8 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
         }
     }
     double scale = 0.0;
-    for (int a = 0; a < 3; ++a) scale = std::max(scale, std::max(std::fabs(cmin[a]), std::fabs(cmax[a])));
+    for (int a = 0; a < 3; ++a)
+        scale = std::max(scale, std::max(std::fabs(cmin[a]), std::fabs(cmax[a])));
     m_pad = kPadRel * (scale > 0.0 ? scale : 1.0);
 
     // Morton codes of the triangles' centroids (10 bits an axis: finer cells would only order
@@ -105,7 +107,8 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
     auto centroid = [&](int i, int a) {
         return (m_xyz[static_cast<std::size_t>(tr[i].v[0]) * 3 + a] +
                 m_xyz[static_cast<std::size_t>(tr[i].v[1]) * 3 + a] +
-                m_xyz[static_cast<std::size_t>(tr[i].v[2]) * 3 + a]) / 3.0;
+                m_xyz[static_cast<std::size_t>(tr[i].v[2]) * 3 + a]) /
+               3.0;
     };
     std::vector<std::uint32_t> key(static_cast<std::size_t>(n)), tmpKey(key.size());
     std::vector<std::int32_t> order(key.size()), tmpOrder(key.size());
@@ -188,9 +191,10 @@ int CTinRayIndex::Split(int begin, int end, const std::vector<std::uint32_t>& co
     int bit = 31;
     while (((c0 ^ c1) >> bit & 1u) == 0) --bit;
     const std::uint32_t splitBit = 1u << bit;
-    return static_cast<int>(std::partition_point(code.begin() + begin, code.begin() + end,
-                                                 [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
-                            code.begin());
+    return static_cast<int>(
+        std::partition_point(code.begin() + begin, code.begin() + end,
+                             [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
+        code.begin());
 }
 
 void CTinRayIndex::LeafBox(int begin, int end, double lo[3], double hi[3]) const {
@@ -200,7 +204,8 @@ void CTinRayIndex::LeafBox(int begin, int end, double lo[3], double hi[3]) const
     }
     for (int j = begin; j < end; ++j)
         for (int k = 0; k < 3; ++k) {
-            const double* p = &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 3 + k]) * 3];
+            const double* p =
+                &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 3 + k]) * 3];
             for (int a = 0; a < 3; ++a) {
                 lo[a] = std::min(lo[a], p[a]);
                 hi[a] = std::max(hi[a], p[a]);
@@ -340,7 +345,8 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
 #endif
         double tc[4];
         for (int c = 0; c < 4; ++c)
-            tc[c] = nd.count[c] >= 0 && tn[c] <= tf[c] && tf[c] >= 0.0 && tn[c] <= bestT ? tn[c] : kMiss;
+            tc[c] = nd.count[c] >= 0 && tn[c] <= tf[c] && tf[c] >= 0.0 && tn[c] <= bestT ? tn[c]
+                                                                                         : kMiss;
         // Push the hit children farthest first, so the nearest is taken next.
         int order[4], k = 0;
         for (int c = 0; c < 4; ++c)
@@ -352,7 +358,8 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
                 }
                 order[m] = c;
             }
-        for (int m = 0; m < k; ++m) stack[sp++] = {nd.first[order[m]], nd.count[order[m]], tc[order[m]]};
+        for (int m = 0; m < k; ++m)
+            stack[sp++] = {nd.first[order[m]], nd.count[order[m]], tc[order[m]]};
     }
     if (best < 0) return 0;
     t = bestT;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "geometry/XYZ.h"
+#include "platform/Export.h"
 
 class CTin;
 
@@ -47,7 +48,8 @@ inline bool RayTriangle(const double o[3], const double d[3], const double a[3],
 
 // The brute force: every triangle in index order; the smallest t > 0 wins, the first of equal
 // t stays. 1 with t and the triangle, else 0.
-int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t, int& tri);
+KELSCAN_API int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t,
+                             int& tri);
 
 }  // namespace kel_tinray
 
@@ -64,8 +66,7 @@ public:
     // against edits through the public arrays; CTin drops the index on its own changes).
     bool Matches(const CTin& tin) const;
     // As kel_tinray::IntersectAll.
-    int Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t,
-                  int& tri) const;
+    int Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t, int& tri) const;
 
 private:
     // A node of four children (fewer slots used where a range splits into fewer): each child's
@@ -87,10 +88,10 @@ private:
     static int Split(int begin, int end, const std::vector<std::uint32_t>& code);
     void LeafBox(int begin, int end, double lo[3], double hi[3]) const;
 
-    std::vector<double> m_xyz;          // the used vertices, x y z each, in order of first use
-    std::vector<std::int32_t> m_tri;    // per sorted triangle: its 3 vertices (of m_xyz)
+    std::vector<double> m_xyz;             // the used vertices, x y z each, in order of first use
+    std::vector<std::int32_t> m_tri;       // per sorted triangle: its 3 vertices (of m_xyz)
     std::vector<std::int32_t> m_triIndex;  // per sorted triangle: its index in the mesh
-    std::vector<Node> m_node;           // m_node[0] is the root
+    std::vector<Node> m_node;              // m_node[0] is the root
     double m_pad = 0.0;
     std::int32_t m_nTri = 0, m_nPt = 0;
     const void* m_triData = nullptr;

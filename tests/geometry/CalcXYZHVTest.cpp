@@ -73,9 +73,9 @@ TEST(CalcXYZHV, TaskInverseQuadrantsBacksightAndPlumbLine) {
     const double ih = 1.5, ns = kTaskInverseNotSet;
     const struct {
         double dn, de, dz, az;
-    } cases[] = {{10, 0, 10, 0.0},        {0, 10, 0, 90.0},         {-10, 0, 0, 180.0},
-                 {0, -10, 10, 270.0},     {5, 5, 0, 45.0},          {-5, 5, 0, 135.0},
-                 {-5, -5, 0, 225.0},      {5, -5, 0, 315.0},        {8, 6, 0, 36.86989764584402}};
+    } cases[] = {{10, 0, 10, 0.0},    {0, 10, 0, 90.0},  {-10, 0, 0, 180.0},
+                 {0, -10, 10, 270.0}, {5, 5, 0, 45.0},   {-5, 5, 0, 135.0},
+                 {-5, -5, 0, 225.0},  {5, -5, 0, 315.0}, {8, 6, 0, 36.86989764584402}};
     for (const auto& c : cases) {
         const CXYZ t(st.x + c.dn, st.y + c.de, st.z + ih + c.dz);
         const double v0 = c.dz > 0.0 ? 45.0 : 90.0;

@@ -1,9 +1,9 @@
 // The headless image view: zoom and scroll, view <-> image pixels, and the RGB raster.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdint>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ImageFiles.h"
 #include "common/KelTest.h"
@@ -31,8 +31,10 @@ TEST_F(ImgViewTest, PhotoZoomScrollAndOverlays) {
     ASSERT_EQ(rgb.size(), 16u * 12u * 3u);
     for (int y = 0; y < 12; ++y)
         for (int x = 0; x < 16; ++x) {
-            const std::uint8_t* bgr = &pic.pixels[(static_cast<std::size_t>(y / 2) * 8 + x / 2) * 3];
-            const std::uint32_t want = (std::uint32_t(bgr[2]) << 16) | (std::uint32_t(bgr[1]) << 8) | bgr[0];
+            const std::uint8_t* bgr =
+                &pic.pixels[(static_cast<std::size_t>(y / 2) * 8 + x / 2) * 3];
+            const std::uint32_t want =
+                (std::uint32_t(bgr[2]) << 16) | (std::uint32_t(bgr[1]) << 8) | bgr[0];
             ASSERT_EQ(At(rgb, 16, x, y), want) << x << "," << y;
         }
 
@@ -71,7 +73,8 @@ TEST_F(ImgViewTest, PhotoZoomScrollAndOverlays) {
     }
     view.AddPolyline(line, 0x0000FF, 1);
     CPolyline region(CPolyline::kClosed);
-    for (const auto& c : {CXYZ(-90.0, -92.0, 0.0), CXYZ(-87.0, -92.0, 0.0), CXYZ(-87.0, -90.0, 0.0)}) {
+    for (const auto& c :
+         {CXYZ(-90.0, -92.0, 0.0), CXYZ(-87.0, -92.0, 0.0), CXYZ(-87.0, -90.0, 0.0)}) {
         CVertex v(c, 0);
         region.AddVertex(v);
     }
@@ -81,7 +84,7 @@ TEST_F(ImgViewTest, PhotoZoomScrollAndOverlays) {
     EXPECT_EQ(At(rgb, 16, 5, 4), 0x00FF00u);  // the cross's centre and arms
     EXPECT_EQ(At(rgb, 16, 4, 4), 0x00FF00u);
     EXPECT_EQ(At(rgb, 16, 5, 5), 0x00FF00u);
-    EXPECT_EQ(At(rgb, 16, 4, 5), 0u);         // not a square
+    EXPECT_EQ(At(rgb, 16, 4, 5), 0u);  // not a square
     for (int x = 0; x < 16; ++x) EXPECT_EQ(At(rgb, 16, x, 2), 0x0000FFu) << x;
     EXPECT_EQ(At(rgb, 16, 10, 8), 0xFF0000u);  // the region's corners and its edges
     EXPECT_EQ(At(rgb, 16, 13, 8), 0xFF0000u);

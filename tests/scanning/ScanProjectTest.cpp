@@ -1,13 +1,13 @@
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <random>
 
-#include <gtest/gtest.h>
-
 #include "common/KelTest.h"
 #include "imaging/ImgViewEx.h"
+#include "photogrammetry/SinOri.h"
 #include "scanning/CleverFineScan.h"
 #include "scanning/CleverTrkScan.h"
-#include "photogrammetry/SinOri.h"
 #include "scanning/ScanProject.h"
 #include "scanning/ScanScene.h"
 #include "surface/SinOriToTin.h"
@@ -227,12 +227,13 @@ TEST_F(ScanProjectTest, RegionPlannedThroughTheSurfaceEqualsThePlanFromTrueAngle
         for (int i = 0; i < 5; ++i) {
             const double* a = corners[i];
             const double* b = corners[(i + 1) % 5];
-            const int steps = static_cast<int>(std::ceil(std::hypot(b[0] - a[0], b[1] - a[1]) /
-                                                         CKelScanProject::kDensifyPx));
+            const int steps = static_cast<int>(
+                std::ceil(std::hypot(b[0] - a[0], b[1] - a[1]) / CKelScanProject::kDensifyPx));
             for (int k = 0; k < steps; ++k) {
                 const double t = static_cast<double>(k) / steps;
                 double h = 0.0, v = 0.0;
-                TaskInverse(kStation, PlaneHit(cam, a[0] + t * (b[0] - a[0]), a[1] + t * (b[1] - a[1])),
+                TaskInverse(kStation,
+                            PlaneHit(cam, a[0] + t * (b[0] - a[0]), a[1] + t * (b[1] - a[1])),
                             kInstHeight, kBsAzimuth, bsReading, h, v);
                 if (truth.GetVertexSize() > 0) h += 360.0 * std::round((prevH - h) / 360.0);
                 prevH = h;
@@ -323,7 +324,8 @@ TEST_F(ScanProjectTest, InverseDirectionAndRegionHelpers) {
     double dV = 0.0, dH = 0.0;
     EXPECT_EQ(p.AdjustVH(xyz, 0.0, dV, dH), 0);
     ASSERT_EQ(Lines().size(), 3u);
-    EXPECT_EQ(Lines()[0], "CKelScanProject::GetPolylineFromImage m_pImage == nullptr || nVertex < 3");
+    EXPECT_EQ(Lines()[0],
+              "CKelScanProject::GetPolylineFromImage m_pImage == nullptr || nVertex < 3");
     EXPECT_EQ(Lines()[1], "CKelScanProject::AdjustSEVH hmax - hmin >= 180.0");
 }
 

@@ -18,8 +18,8 @@ namespace kel_scene {
 const CXYZ kStation(5000.0, 3000.0, 100.0);
 constexpr double kInstHeight = 1.6;
 constexpr double kBsAzimuth = 40.0, kBsReading = 10.0;  // circle = azimuth - 30
-constexpr double kFocal = 8.0;                            // mm
-constexpr int kWidth = 1600, kHeight = 1200;              // pixels of 0.005 mm
+constexpr double kFocal = 8.0;                          // mm
+constexpr int kWidth = 1600, kHeight = 1200;            // pixels of 0.005 mm
 
 inline double Rad(double deg) { return deg / kel_math::kRadToDeg; }
 
