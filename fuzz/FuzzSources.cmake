@@ -11,13 +11,13 @@ function(kelscan_fuzz_extras target name)
         set(dir ${PROJECT_SOURCE_DIR}/fuzz/program)
         add_library(kelscan_fuzz_program STATIC ${dir}/ProgramMain.cpp
             ${dir}/ProgramReadersTin.cpp ${dir}/ProgramReadersOrient.cpp
-            ${PROJECT_SOURCE_DIR}/tools/CliCsv.cpp)
+            ${PROJECT_SOURCE_DIR}/tools/CliCsv.cpp ${PROJECT_SOURCE_DIR}/tools/CliOutput.cpp)
         target_include_directories(kelscan_fuzz_program PUBLIC ${PROJECT_SOURCE_DIR}/tools
             ${PROJECT_SOURCE_DIR}/fuzz)
         target_link_libraries(kelscan_fuzz_program PUBLIC kelscan::kelscan CLI11::CLI11
             Threads::Threads)
         target_compile_definitions(kelscan_fuzz_program PRIVATE
-            KELSCAN_DEFAULT_DATA_DIR="${KELSCAN_DATA_DIR}" KELSCAN_DATA_FROM_BIN="."
+            KELSCAN_DEFAULT_DATA_DIR="${KELSCAN_DATA_DIR}" KELSCAN_DATA_FROM_BIN="." KELSCAN_VERSION="${PROJECT_VERSION}"
             KELSCAN_INSTALL_DATA_DIR="${KELSCAN_DATA_DIR}")
         kelscan_warnings(kelscan_fuzz_program)
     endif()

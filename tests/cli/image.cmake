@@ -34,7 +34,7 @@ file(SIZE ${WORK}/half.png png_size)
 if(NOT png_size LESS 40000)
     message(FATAL_ERROR "half.png has ${png_size} bytes: not compressed")
 endif()
-expect_output("type: PNG\nsize: 160 x 120\nbits per pixel: 24\ngrey scale: no\nrate: 1 (shown 160 x 120)\nbytes needed: 57640\n"
+expect_output("type: PNG\nwidth: 160 px\nheight: 120 px\nbits per pixel: 24\ngrey scale: no\nrate: 1 (shown 160 x 120)\nbytes needed: 57640\n"
     image info ${WORK}/half.png)
 expect_output("${WORK}/half.bmp: 160 x 120\n" image convert ${WORK}/half.png -o ${WORK}/half.bmp)
 expect_output("${WORK}/half2.bmp: 160 x 120\n" image convert ${DATA}/photo.jpg -o ${WORK}/half2.bmp --scale 2)
