@@ -4,6 +4,9 @@
 #include <cmath>
 #include <new>
 
+#include "imaging/PngFile.h"
+#include "platform/Trace.h"
+
 namespace {
 
 // Sets one raster pixel when it lies in the view.
@@ -80,6 +83,15 @@ void CImgViewEx::AddPolyline(const CPolyline& line, std::uint32_t rgb, int width
 }
 
 void CImgViewEx::ClearOverlays() { m_overlays.clear(); }
+
+int CImgViewEx::WritePng(const char* path) const {
+    std::vector<unsigned char> rgb;
+    if (!Render(rgb)) {
+        KEL_TRACE_ALWAYS(L"CImgViewEx::WritePng CMemoryException");
+        return 0;
+    }
+    return kel_png::WritePng(path, rgb.data(), m_viewWidth, m_viewHeight);
+}
 
 int CImgViewEx::Render(std::vector<unsigned char>& rgb) const {
     try {

@@ -48,6 +48,9 @@ public:
     // GetViewHeight() (3 bytes a pixel, no padding). View pixels outside the photograph are
     // the background colour. Returns 1 (0 only when memory is short).
     int Render(std::vector<unsigned char>& rgb) const;
+    // Render, written as an 8-bit RGB PNG at path (a device path in UTF-8). Returns 1, or 0
+    // after one trace line ("CImgViewEx::WritePng CMemoryException" or the PNG writer's).
+    int WritePng(const char* path) const;
     void SetBackground(std::uint32_t rgb) { m_backgroundRgb = rgb; }
 
 private:

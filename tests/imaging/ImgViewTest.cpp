@@ -8,6 +8,7 @@
 #include "ImageFiles.h"
 #include "common/KelTest.h"
 #include "imaging/ImgViewEx.h"
+#include "imaging/PngFile.h"
 
 namespace {
 
@@ -92,6 +93,15 @@ TEST_F(ImgViewTest, PhotoZoomScrollAndOverlays) {
     EXPECT_EQ(At(rgb, 16, 12, 8), 0xFF0000u);
     EXPECT_EQ(At(rgb, 16, 11, 9), 0u);  // inside, not on an edge
     EXPECT_EQ(At(rgb, 16, 0, 11), 0u);
+
+    // The view written as PNG reads back as the raster it rendered (blue, green, red rows).
+    ASSERT_EQ(view.WritePng("\\view.png"), 1);
+    HBITMAP png = LoadPngFromFile(L"\\view.png");
+    ASSERT_NE(png, nullptr);
+    const std::uint8_t* row = png->bits + 2 * png->bytesPerLine;
+    EXPECT_EQ(row[3 * 7 + 0], 0xFF);  // blue line on view row 2
+    EXPECT_EQ(row[3 * 7 + 2], 0x00);
+    DeleteObject(png);
 
     // The region drawn in view pixels lands in image pixels.
     view.ClearRegion();
