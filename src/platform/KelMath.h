@@ -1,5 +1,5 @@
 #pragma once
-// Numbers of the host's closed maths library, and the one value of pi. TaskInverse, the
+// Angle and direction helpers of the surveying frame, and the one value of pi. TaskInverse, the
 // station-to-target angles, needs CXYZ and is declared in geometry/CalcXYZHV.h.
 #include "platform/Export.h"
 
