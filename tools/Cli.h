@@ -171,6 +171,9 @@ int WriteOutputStream(const std::string& output, const std::vector<std::string>&
 // the caller removes it.
 std::string PrivateTempFile();
 
+// Whether `s` ends in `tail` (lower case), ignoring the case of ASCII letters in s.
+bool EndsWithNoCase(const std::string& s, const std::string& tail);
+
 // Where a command's report of what it wrote goes: stdout, or stderr when an output is "-".
 std::ostream& ReportStream(const std::string& output);
 

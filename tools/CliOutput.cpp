@@ -304,6 +304,16 @@ int WriteOutputStream(const std::string& output, const std::vector<std::string>&
     });
 }
 
+bool EndsWithNoCase(const std::string& s, const std::string& tail) {
+    if (s.size() < tail.size()) return false;
+    for (std::size_t i = 0; i < tail.size(); ++i) {
+        char c = s[s.size() - tail.size() + i];
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        if (c != tail[i]) return false;
+    }
+    return true;
+}
+
 std::ostream& ReportStream(const std::string& output) {
     return output == "-" ? std::cerr : std::cout;
 }

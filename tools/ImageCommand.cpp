@@ -18,6 +18,7 @@
 
 namespace {
 
+using kelscan_cli::EndsWithNoCase;
 using kelscan_cli::Fail;
 using kelscan_cli::SetExit;
 
@@ -156,16 +157,6 @@ std::string PngFile(const KelDib& b) {
     std::vector<unsigned char> png;
     if (!kel_png::EncodePng(rgb.data(), b.width, b.height, png)) return std::string();
     return std::string(png.begin(), png.end());
-}
-
-bool EndsWithNoCase(const std::string& s, const std::string& tail) {
-    if (s.size() < tail.size()) return false;
-    for (std::size_t i = 0; i < tail.size(); ++i) {
-        char c = s[s.size() - tail.size() + i];
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-        if (c != tail[i]) return false;
-    }
-    return true;
 }
 
 int Info(std::ostream& out, const std::string& photo, kelscan_cli::Format format) {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cctype>
 #include <fstream>
 #include <future>
 #include <iostream>
@@ -126,8 +125,6 @@ struct PointRow {
     double x, y, z;
     int line;
 };
-
-std::string NumberText(double v) { return kel_num::Exact(v); }
 
 // Reads the points; "" or the failure message.
 std::string ReadPoints(const std::string& path, std::vector<PointRow>& points) {
@@ -316,7 +313,7 @@ std::string BuildSurface(const std::string& pointsPath, const std::string& lines
     if (!r.tin.CreateTin(angle))
         return "cannot triangulate the " + std::to_string(distinct) + " distinct points of " +
                pointsPath + ": fewer than 3, or all on one line";
-    if (r.tin.GetTriSize() < 1) return "--angle " + NumberText(angle) + " removed every triangle";
+    if (r.tin.GetTriSize() < 1) return "--angle " + kel_num::Exact(angle) + " removed every triangle";
     r.nForced = r.tin.GetPointSize() - distinct;
     if (!segments.empty()) {
         progress.Phase("checking the break lines");
@@ -593,22 +590,14 @@ struct ExportArgs {
     std::string surface, output, to, name, which = "1";
 };
 
-bool EndsWith(const std::string& s, const char* tail) {
-    const std::size_t n = std::char_traits<char>::length(tail);
-    if (s.size() < n) return false;
-    for (std::size_t i = 0; i < n; ++i)
-        if (std::tolower(static_cast<unsigned char>(s[s.size() - n + i])) != tail[i]) return false;
-    return true;
-}
-
 int RunExport(const ExportArgs& a) {
     if (const int rc = kelscan_cli::CheckOutput(a.output, {a.surface})) return rc;
     std::string to = a.to;
     if (to.empty())
-        to = EndsWith(a.output, ".ply")   ? "ply"
-             : EndsWith(a.output, ".obj") ? "obj"
-             : EndsWith(a.output, ".xml") ? "landxml"
-                                          : "";
+        to = kelscan_cli::EndsWithNoCase(a.output, ".ply")   ? "ply"
+             : kelscan_cli::EndsWithNoCase(a.output, ".obj") ? "obj"
+             : kelscan_cli::EndsWithNoCase(a.output, ".xml") ? "landxml"
+                                                             : "";
     if (to.empty()) return Fail(a.output + ": give --to ply, obj or landxml (or end it in .ply, .obj or .xml)");
     SurfaceFile f;
     int index = 0;
