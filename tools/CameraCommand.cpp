@@ -1,4 +1,5 @@
-// kelscan camera show|table and kelscan helmert: the camera file and the plane similarity.
+// kelscan camera show|table|export-opencv|import-opencv and kelscan helmert: the camera file,
+// its interchange with OpenCV's camera files, and the plane similarity.
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -8,7 +9,9 @@
 #include "Cli.h"
 #include "photogrammetry/Camera.h"
 #include "photogrammetry/Helmert.h"
+#include "photogrammetry/OpenCvCamera.h"
 #include "platform/KelMath.h"
+#include "platform/Trace.h"
 
 namespace {
 
@@ -18,11 +21,16 @@ using kelscan_cli::SetExit;
 
 const char* ModelName(DIST_MODEL m) {
     switch (m) {
-        case DIST_K1K2K3K4: return "radial k1 k2 k3 k4";
-        case DIST_K1K2P1P2: return "radial k1 k2, decentring p1 p2";
-        case DIST_K1K2K3P1P2: return "radial k1 k2 k3, decentring p1 p2";
-        case DIST_POLY8: return "radial k1 k2, affine and second order a1..a6";
-        default: return "none";
+        case DIST_K1K2K3K4:
+            return "radial k1 k2 k3 k4";
+        case DIST_K1K2P1P2:
+            return "radial k1 k2, decentring p1 p2";
+        case DIST_K1K2K3P1P2:
+            return "radial k1 k2 k3, decentring p1 p2";
+        case DIST_POLY8:
+            return "radial k1 k2, affine and second order a1..a6";
+        default:
+            return "none";
     }
 }
 
@@ -68,8 +76,8 @@ kelscan_cli::Report CameraReport(const CCamera& cam) {
     kelscan_cli::Table marks{"fiducial_marks", {"name", "x_mm", "y_mm"}, {}};
     for (int i = 0; i < cam.m_fiducialMark.GetSize(); ++i) {
         const CXYZ& f = cam.m_fiducialMark[i];
-        marks.rows.push_back({Value::Text(kel_text::WideToUtf8(f.m_name)), Value::Num(f.x, 6),
-                              Value::Num(f.y, 6)});
+        marks.rows.push_back(
+            {Value::Text(kel_text::WideToUtf8(f.m_name)), Value::Num(f.x, 6), Value::Num(f.y, 6)});
     }
     r.tables = {para, marks, RadialTable(d)};
     return r;
@@ -123,6 +131,156 @@ int RunHelmert(std::ostream& out, const std::string& target, const std::string& 
     return 0;
 }
 
+// The library's trace lines written while it lives, kept for a failure message.
+class TraceKeep {
+public:
+    TraceKeep() {
+        kel_trace::GetTraceSink(&m_sink, &m_context);
+        kel_trace::SetTraceSink(&Keep, this);
+    }
+    ~TraceKeep() { kel_trace::SetTraceSink(m_sink, m_context); }
+    const std::string& Last() const { return m_last; }
+
+private:
+    static void Keep(void* context, int level, const wchar_t* line) {
+        TraceKeep* t = static_cast<TraceKeep*>(context);
+        t->m_last = kel_text::WideToUtf8(line);
+        if (t->m_sink) t->m_sink(t->m_context, level, line);
+    }
+    kel_trace::TraceSink m_sink = nullptr;
+    void* m_context = nullptr;
+    std::string m_last;
+};
+
+// "A,B" as two numbers; false when it is not exactly two finite numbers.
+bool ParsePair(const std::string& text, double& a, double& b) {
+    const std::size_t comma = text.find(',');
+    return comma != std::string::npos && kelscan_cli::ParseDouble(text.substr(0, comma), a) &&
+           kelscan_cli::ParseDouble(text.substr(comma + 1), b);
+}
+
+const char kFittedNote[] =
+    "fitted, not copied: OpenCV's lens model moves an ideal point to where it is seen, the "
+    "camera file's corrects a seen point to its ideal place";
+
+// The largest residual; text says the rest in its note, csv and json give them as values.
+void AddResidual(kelscan_cli::Report& r, const COpenCvCamera& cv, kelscan_cli::Format format) {
+    using kelscan_cli::Value;
+    const bool text = format == kelscan_cli::Format::kText;
+    r.Add("largest_residual", "px", Value::Num(cv.GetMaxResidual(), 6),
+          text ? " (rms " + Fixed(cv.GetRmsResidual(), 6) + " px over " +
+                     std::to_string(cv.GetGridPoints()) + " grid points; " + kFittedNote + ")"
+               : "");
+    if (text) return;
+    r.Add("rms_residual", "px", Value::Num(cv.GetRmsResidual(), 6));
+    r.Add("grid_points", "", Value::Int(cv.GetGridPoints()));
+}
+
+struct ExportArgs {
+    std::string camera, output, size;
+    int coefficients = 8;
+    kelscan_cli::Format format = kelscan_cli::Format::kText;
+};
+
+int RunExport(const ExportArgs& a) {
+    using kelscan_cli::Value;
+    CCamera cam;
+    if (const int rc = LoadCamera(a.camera, cam)) return rc;
+    if (!(cam.m_focal > 0.0) || !(cam.m_resolution.x > 0.0) || !(cam.m_resolution.y > 0.0))
+        return Fail(a.camera + ": the focal length and the pixel size must be positive");
+    // Without a size, the image is taken to be centred on the principal point.
+    double w = std::round(2.0 * cam.m_principal.x / cam.m_resolution.x);
+    double h = std::round(2.0 * cam.m_principal.y / cam.m_resolution.y);
+    const bool given = !a.size.empty();
+    if (given && (!ParsePair(a.size, w, h) || w != std::round(w) || h != std::round(h)))
+        return Fail("--image-size: expected W,H in whole pixels, found \"" + a.size + "\"");
+    if (!(w >= 1 && h >= 1 && w <= COpenCvCamera::kMaxImageSide &&
+          h <= COpenCvCamera::kMaxImageSide))
+        return Fail(given
+                        ? "--image-size: each side must be 1 to " +
+                              std::to_string(COpenCvCamera::kMaxImageSide) + " pixels"
+                        : "the principal point does not give an image size: give --image-size W,H");
+    COpenCvCamera cv;
+    TraceKeep trace;
+    if (!cv.FromCamera(cam, static_cast<int>(w), static_cast<int>(h), a.coefficients))
+        return Fail("cannot fit OpenCV's lens model to " + a.camera + ": " + trace.Last());
+    if (const int rc = kelscan_cli::WriteOutputStream(a.output, {a.camera}, [&](std::ostream& o) {
+            o << cv.FormatYaml();
+            return static_cast<bool>(o);
+        }))
+        return rc;
+    kelscan_cli::Report r;
+    r.Add("camera", "", Value::Text(a.camera));
+    r.Add("image_width", "px", Value::Int(cv.m_width),
+          given ? "" : " (twice the principal point; --image-size sets it)");
+    r.Add("image_height", "px", Value::Int(cv.m_height));
+    r.Add("fx", "px", Value::Num(cv.m_matrix[0], 6));
+    r.Add("fy", "px", Value::Num(cv.m_matrix[4], 6));
+    r.Add("cx", "px", Value::Num(cv.m_matrix[2], 6), " (pixel centres at whole numbers)");
+    r.Add("cy", "px", Value::Num(cv.m_matrix[5], 6));
+    r.Add("coefficients", "", Value::Int(cv.m_numCoef),
+          cv.m_numCoef == 8 ? " (k1 k2 p1 p2 k3 k4 k5 k6)" : " (k1 k2 p1 p2 k3)");
+    AddResidual(r, cv, a.format);
+    r.Add("written", "", Value::Text(a.output));
+    kelscan_cli::PrintReport(kelscan_cli::ReportStream(a.output), r, a.format);
+    return 0;
+}
+
+struct ImportArgs {
+    std::string input, output, pixelSize;
+    int model = -1;
+    kelscan_cli::Format format = kelscan_cli::Format::kText;
+};
+
+int RunImport(const ImportArgs& a) {
+    using kelscan_cli::Value;
+    double sx = 0.0, sy = 0.0;
+    if (!ParsePair(a.pixelSize, sx, sy) || !(sx > 0.0) || !(sy > 0.0))
+        return Fail("--pixel-size: expected SX,SY, two positive numbers of millimetres, found \"" +
+                    a.pixelSize + "\"");
+    COpenCvCamera cv;
+    {
+        TraceKeep quiet;
+        if (!cv.ReadYaml(kel_text::Utf8ToWide(a.input.c_str()))) {
+            if (cv.GetErrorLine() > 0)
+                return Fail(a.input + ":" + std::to_string(cv.GetErrorLine()) + ": " +
+                            cv.GetError());
+            return Fail(cv.GetError() == "cannot read the file" ? "cannot read " + a.input
+                                                                : a.input + ": " + cv.GetError());
+        }
+    }
+    const double implied = cv.m_matrix[0] * sx / cv.m_matrix[4];
+    if (std::fabs(implied - sy) > COpenCvCamera::kAspectTol * sy)
+        return Fail("--pixel-size: the camera matrix makes the pixels " + Fixed(implied, 6) +
+                    " mm high (fx SX / fy), more than 1 % from " +
+                    a.pixelSize.substr(a.pixelSize.find(',') + 1));
+    const DIST_MODEL model = a.model < 0 ? cv.DefaultModel() : static_cast<DIST_MODEL>(a.model);
+    CCamera cam;
+    TraceKeep trace;
+    if (!cv.ToCamera(sx, sy, model, cam))
+        return Fail("cannot convert " + a.input + ": " + trace.Last());
+    if (const int rc =
+            kelscan_cli::WriteOutputFile(a.output, {a.input}, [&](const std::string& path) {
+                return cam.Write(kel_text::Utf8ToWide(path.c_str())) == 1;
+            }))
+        return rc;
+    kelscan_cli::Report r;
+    r.Add("opencv_camera", "", Value::Text(a.input));
+    r.Add("image_width", "px", Value::Int(cv.m_width));
+    r.Add("image_height", "px", Value::Int(cv.m_height));
+    r.Add("focal_length", "mm", Value::Num(cam.m_focal, 6), " (fx times the pixel width)");
+    r.Add("principal_point_x", "mm", Value::Num(cam.m_principal.x, 6));
+    r.Add("principal_point_y", "mm", Value::Num(cam.m_principal.y, 6));
+    r.Add("pixel_size_x", "mm", Value::Num(cam.m_resolution.x, 6));
+    r.Add("pixel_size_y", "mm", Value::Num(cam.m_resolution.y, 6), " (focal length / fy)");
+    r.Add("distortion_model", "", Value::Int(static_cast<int>(model)),
+          std::string(" (") + ModelName(model) + (a.model < 0 ? "; --model sets it)" : ")"));
+    AddResidual(r, cv, a.format);
+    r.Add("written", "", Value::Text(a.output));
+    kelscan_cli::PrintReport(kelscan_cli::ReportStream(a.output), r, a.format);
+    return 0;
+}
+
 void Setup(CLI::App& app) {
     CLI::App* camera = app.add_subcommand("camera", "The camera file");
     camera->require_subcommand(1);
@@ -157,17 +315,45 @@ void Setup(CLI::App& app) {
     table->callback([]() {
         CCamera cam;
         if (const int rc = LoadCamera(ta.file, cam)) return SetExit(rc);
-        if (ta.step <= 0.0)
-            return SetExit(Fail("--step must be a positive number of millimetres"));
+        if (ta.step <= 0.0) return SetExit(Fail("--step must be a positive number of millimetres"));
         if (!cam.m_dist.ParaToDist(ta.step, ta.count))
-            return SetExit(Fail("the radial table needs distortion model 1 (k1..k4), this camera "
-                                "has model " +
-                                std::to_string(static_cast<int>(cam.m_dist.GetDistModel()))));
+            return SetExit(
+                Fail("the radial table needs distortion model 1 (k1..k4), this camera "
+                     "has model " +
+                     std::to_string(static_cast<int>(cam.m_dist.GetDistModel()))));
         kelscan_cli::Report report;
         report.tables.push_back(RadialTable(cam.m_dist));
         kelscan_cli::PrintReport(std::cout, report, ta.format);
         SetExit(0);
     });
+
+    static ExportArgs ea;
+    CLI::App* exp = camera->add_subcommand(
+        "export-opencv", "Write a camera file as OpenCV's camera YAML (lens model fitted)");
+    exp->add_option("camera", ea.camera, "Camera file")->required();
+    exp->add_option("output", ea.output, "OpenCV YAML file to write (- for standard output)")
+        ->required();
+    exp->add_option("--image-size", ea.size,
+                    "W,H: image size in pixels (default twice the principal point)");
+    exp->add_option("--coefficients", ea.coefficients, "5 (k1 k2 p1 p2 k3) or 8 (and k4 k5 k6)")
+        ->check(CLI::IsMember({5, 8}))
+        ->capture_default_str();
+    kelscan_cli::AddFormatOption(exp, ea.format);
+    exp->callback([]() { SetExit(RunExport(ea)); });
+
+    static ImportArgs ia;
+    CLI::App* imp = camera->add_subcommand(
+        "import-opencv", "Make a camera file from OpenCV's camera YAML (lens model fitted)");
+    imp->add_option("input", ia.input, "OpenCV YAML file")->required();
+    imp->add_option("--pixel-size", ia.pixelSize, "SX,SY: the sensor's pixel size (mm)")
+        ->required();
+    imp->add_option("--model", ia.model,
+                    "Distortion model 0..4 (default 1 for a radial lens, else 3)")
+        ->check(CLI::Range(0, 4));
+    imp->add_option("output", ia.output, "Camera file to write (- for standard output)")
+        ->required();
+    kelscan_cli::AddFormatOption(imp, ia.format);
+    imp->callback([]() { SetExit(RunImport(ia)); });
 
     struct HelmertArgs {
         std::string target, source;
