@@ -188,21 +188,24 @@ int RunExport(const ExportArgs& a) {
     if (const int rc = LoadCamera(a.camera, cam)) return rc;
     if (!(cam.m_focal > 0.0) || !(cam.m_resolution.x > 0.0) || !(cam.m_resolution.y > 0.0))
         return Fail(a.camera + ": the focal length and the pixel size must be positive");
-    // Without a size, the image is taken to be centred on the principal point.
-    double w = std::round(2.0 * cam.m_principal.x / cam.m_resolution.x);
-    double h = std::round(2.0 * cam.m_principal.y / cam.m_resolution.y);
+    int w = 0, h = 0;
     const bool given = !a.size.empty();
-    if (given && (!ParsePair(a.size, w, h) || w != std::round(w) || h != std::round(h)))
-        return Fail("--image-size: expected W,H in whole pixels, found \"" + a.size + "\"");
-    if (!(w >= 1 && h >= 1 && w <= COpenCvCamera::kMaxImageSide &&
-          h <= COpenCvCamera::kMaxImageSide))
-        return Fail(given
-                        ? "--image-size: each side must be 1 to " +
-                              std::to_string(COpenCvCamera::kMaxImageSide) + " pixels"
-                        : "the principal point does not give an image size: give --image-size W,H");
+    if (given) {
+        double dw = 0.0, dh = 0.0;
+        if (!ParsePair(a.size, dw, dh) || dw != std::round(dw) || dh != std::round(dh))
+            return Fail("--image-size: expected W,H in whole pixels, found \"" + a.size + "\"");
+        if (!(dw >= 1 && dh >= 1 && dw <= COpenCvCamera::kMaxImageSide &&
+              dh <= COpenCvCamera::kMaxImageSide))
+            return Fail("--image-size: each side must be 1 to " +
+                        std::to_string(COpenCvCamera::kMaxImageSide) + " pixels");
+        w = static_cast<int>(dw);
+        h = static_cast<int>(dh);
+    } else if (!COpenCvCamera::CentredImageSize(cam, w, h)) {
+        return Fail("the principal point does not give an image size: give --image-size W,H");
+    }
     COpenCvCamera cv;
     TraceKeep trace;
-    if (!cv.FromCamera(cam, static_cast<int>(w), static_cast<int>(h), a.coefficients))
+    if (!cv.FromCamera(cam, w, h, a.coefficients))
         return Fail("cannot fit OpenCV's lens model to " + a.camera + ": " + trace.Last());
     if (const int rc = kelscan_cli::WriteOutputStream(a.output, {a.camera}, [&](std::ostream& o) {
             o << cv.FormatYaml();

@@ -320,6 +320,17 @@ int COpenCvCamera::FromCamera(const CCamera& cam, int width, int height, int num
     }
 }
 
+int COpenCvCamera::CentredImageSize(const CCamera& cam, int& width, int& height) {
+    const double resx = cam.m_resolution.x, resy = cam.m_resolution.y;
+    if (!(resx > 0.0) || !(resy > 0.0)) return 0;
+    const double w = std::round(2.0 * cam.m_principal.x / resx);
+    const double h = std::round(2.0 * cam.m_principal.y / resy);
+    if (!(w >= 1.0 && h >= 1.0 && w <= kMaxImageSide && h <= kMaxImageSide)) return 0;
+    width = static_cast<int>(w);
+    height = static_cast<int>(h);
+    return 1;
+}
+
 DIST_MODEL COpenCvCamera::DefaultModel() const {
     const int others[6] = {2, 3, 8, 9, 10, 11};
     for (const int k : others)

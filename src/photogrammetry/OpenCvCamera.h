@@ -107,6 +107,11 @@ public:
     // coefficients (tauX, tauY), a grid pixel that does not undistort, or a failed fit (cam
     // then unchanged).
     int ToCamera(double sx, double sy, DIST_MODEL model, CCamera& cam);
+    // The image size of a camera file's camera, which does not store one, taken as the image
+    // centred on the principal point: (round(2 ppx / resx), round(2 ppy / resy)). 1, or 0
+    // (width, height untouched) when the pixel size is not positive or a side falls outside
+    // 1..kMaxImageSide.
+    static int CentredImageSize(const CCamera& cam, int& width, int& height);
     // The model ToCamera takes when none is asked for: 1 (k1..k4) for a purely radial lens
     // (p1, p2, s1..s4 all zero), else 3 (k1 k2 k3 p1 p2).
     DIST_MODEL DefaultModel() const;
