@@ -11,7 +11,6 @@
 #include "photogrammetry/Helmert.h"
 #include "photogrammetry/OpenCvCamera.h"
 #include "platform/KelMath.h"
-#include "platform/Trace.h"
 
 namespace {
 
@@ -131,27 +130,6 @@ int RunHelmert(std::ostream& out, const std::string& target, const std::string& 
     return 0;
 }
 
-// The library's trace lines written while it lives, kept for a failure message.
-class TraceKeep {
-public:
-    TraceKeep() {
-        kel_trace::GetTraceSink(&m_sink, &m_context);
-        kel_trace::SetTraceSink(&Keep, this);
-    }
-    ~TraceKeep() { kel_trace::SetTraceSink(m_sink, m_context); }
-    const std::string& Last() const { return m_last; }
-
-private:
-    static void Keep(void* context, int level, const wchar_t* line) {
-        TraceKeep* t = static_cast<TraceKeep*>(context);
-        t->m_last = kel_text::WideToUtf8(line);
-        if (t->m_sink) t->m_sink(t->m_context, level, line);
-    }
-    kel_trace::TraceSink m_sink = nullptr;
-    void* m_context = nullptr;
-    std::string m_last;
-};
-
 // "A,B" as two numbers; false when it is not exactly two finite numbers.
 bool ParsePair(const std::string& text, double& a, double& b) {
     const std::size_t comma = text.find(',');
@@ -204,9 +182,8 @@ int RunExport(const ExportArgs& a) {
         return Fail("the principal point does not give an image size: give --image-size W,H");
     }
     COpenCvCamera cv;
-    TraceKeep trace;
     if (!cv.FromCamera(cam, w, h, a.coefficients))
-        return Fail("cannot fit OpenCV's lens model to " + a.camera + ": " + trace.Last());
+        return Fail("cannot fit OpenCV's lens model to " + a.camera + " (-v shows why)");
     if (const int rc = kelscan_cli::WriteOutputStream(a.output, {a.camera}, [&](std::ostream& o) {
             o << cv.FormatYaml();
             return static_cast<bool>(o);
@@ -242,16 +219,14 @@ int RunImport(const ImportArgs& a) {
         return Fail("--pixel-size: expected SX,SY, two positive numbers of millimetres, found \"" +
                     a.pixelSize + "\"");
     COpenCvCamera cv;
-    {
-        TraceKeep quiet;
-        if (!cv.ReadYaml(kel_text::Utf8ToWide(a.input.c_str()))) {
-            if (cv.GetErrorLine() > 0)
-                return Fail(a.input + ":" + std::to_string(cv.GetErrorLine()) + ": " +
-                            cv.GetError());
-            return Fail(cv.GetError() == "cannot read the file" ? "cannot read " + a.input
-                                                                : a.input + ": " + cv.GetError());
-        }
+    if (!cv.ReadYaml(kel_text::Utf8ToWide(a.input.c_str()))) {
+        if (cv.GetErrorLine() > 0)
+            return Fail(a.input + ":" + std::to_string(cv.GetErrorLine()) + ": " + cv.GetError());
+        return Fail(cv.GetError() == "cannot read the file" ? "cannot read " + a.input
+                                                            : a.input + ": " + cv.GetError());
     }
+    if (cv.m_coef[12] != 0.0 || cv.m_coef[13] != 0.0)
+        return Fail(a.input + ": a tilted sensor (tauX, tauY) has no counterpart in a camera file");
     const double implied = cv.m_matrix[0] * sx / cv.m_matrix[4];
     if (std::fabs(implied - sy) > COpenCvCamera::kAspectTol * sy)
         return Fail("--pixel-size: the camera matrix makes the pixels " + Fixed(implied, 6) +
@@ -259,9 +234,8 @@ int RunImport(const ImportArgs& a) {
                     a.pixelSize.substr(a.pixelSize.find(',') + 1));
     const DIST_MODEL model = a.model < 0 ? cv.DefaultModel() : static_cast<DIST_MODEL>(a.model);
     CCamera cam;
-    TraceKeep trace;
     if (!cv.ToCamera(sx, sy, model, cam))
-        return Fail("cannot convert " + a.input + ": " + trace.Last());
+        return Fail("cannot convert " + a.input + " (-v shows why)");
     if (const int rc =
             kelscan_cli::WriteOutputFile(a.output, {a.input}, [&](const std::string& path) {
                 return cam.Write(kel_text::Utf8ToWide(path.c_str())) == 1;
