@@ -41,7 +41,7 @@ public:
     SC_IMG_ERRORS LoadImgFile(const wchar_t* path, int noSetResRate);
     // Loads the file at the rate of resolution `rate` (1, 2, 4 or 8): a JPEG decoded at 1/rate
     // of its size, a BMP or PNG at rate 1 only; another rate gives SC_IMG_ERR_TYPE after one
-    // trace line. ReloadImgFile keeps the rate until the next load.
+    // trace line (nothing else changes). ReloadImgFile keeps the rate until the next load.
     SC_IMG_ERRORS LoadImgFileAtRate(const wchar_t* path, int rate);
     // Loads the stored path again. Releases the old bitmap first; a failed reload leaves none.
     // An unreadable BMP or PNG gives SC_IMG_ERR_GDI (the bitmap cannot be described).

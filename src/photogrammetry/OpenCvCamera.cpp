@@ -385,8 +385,8 @@ int COpenCvCamera::ToCamera(double sx, double sy, DIST_MODEL model, CCamera& cam
                 double xd = 0.0, yd = 0.0, x = 0.0, y = 0.0;
                 PixelToNorm(g.u - 0.5, g.v - 0.5, xd, yd);
                 if (!Undistort(xd, yd, x, y)) {
-                    KEL_TRACE_ALWAYS(L"COpenCvCamera::ToCamera Undistort(pixel %.1f %.1f) == 0",
-                                     g.u, g.v);
+                    KEL_TRACE_ALWAYS(L"COpenCvCamera::ToCamera Undistort(pixel %d %d) == 0",
+                                     static_cast<int>(g.u), static_cast<int>(g.v));
                     return 0;
                 }
                 g.x = x * c;  // ideal photo point, mm, y up
@@ -419,8 +419,8 @@ int COpenCvCamera::ToCamera(double sx, double sy, DIST_MODEL model, CCamera& cam
         for (const GridPoint& g : grid) {
             double u = 0.0, v = 0.0;
             if (!out.PhcToImg(g.x, g.y, u, v)) {
-                KEL_TRACE_ALWAYS(L"COpenCvCamera::ToCamera PhcToImg(pixel %.1f %.1f) == 0", g.u,
-                                 g.v);
+                KEL_TRACE_ALWAYS(L"COpenCvCamera::ToCamera PhcToImg(pixel %d %d) == 0",
+                                 static_cast<int>(g.u), static_cast<int>(g.v));
                 return 0;
             }
             const double d2 = (u - g.u) * (u - g.u) + (v - g.v) * (v - g.v);

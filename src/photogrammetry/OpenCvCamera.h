@@ -61,9 +61,10 @@ public:
     // coefficients keeps k4 = k5 = k6 = 0 (a lens without distortion leaves the rational part
     // undetermined).
     static constexpr double kExactFitPx = 1e-6;
-    // Newton passes of Undistort and the residual (normalised units) that ends them.
+    // Newton passes of Undistort and the residual (normalised units, |dx| + |dy|) that ends
+    // them: 1e-12 is a few nanopixels for any focal length in use.
     static constexpr int kUndistortIteLim = 50;
-    static constexpr double kUndistortTol = 1e-15;
+    static constexpr double kUndistortTol = 1e-12;
     // ToCamera: the y pixel size that the camera matrix implies (c / fy) may differ from the one
     // given by at most this fraction.
     static constexpr double kAspectTol = 0.01;
