@@ -104,7 +104,7 @@ std::vector<std::string> Names(const py::handle& obj, py::ssize_t n, const char*
     }
     if (py::isinstance<py::str>(obj) || !py::isinstance<py::sequence>(obj))
         throw py::type_error(std::string(what) + ": expected a sequence of strings");
-    for (const py::handle h : py::reinterpret_borrow<py::sequence>(obj)) {
+    for (const py::handle h : py::list(py::reinterpret_borrow<py::object>(obj))) {
         if (!py::isinstance<py::str>(h))
             throw py::type_error(std::string(what) + ": expected strings");
         names.push_back(h.cast<std::string>());

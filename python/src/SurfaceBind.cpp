@@ -23,7 +23,7 @@ std::unique_ptr<CTin> Build(const py::handle& points, const py::handle& breaklin
     if (!breaklines.is_none()) {
         if (!py::isinstance<py::sequence>(breaklines))
             throw py::type_error("breaklines: expected a sequence of K x 3 arrays");
-        for (const py::handle h : py::reinterpret_borrow<py::sequence>(breaklines))
+        for (const py::handle h : py::list(py::reinterpret_borrow<py::object>(breaklines)))
             lines.push_back(Rows(h, 3, "breaklines"));
     }
     if (!(eps > 0.0) || !std::isfinite(eps))

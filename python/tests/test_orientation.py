@@ -23,7 +23,9 @@ def test_orientations_equal_the_programs(data, cli):
     ]:
         theirs = json.loads(cli("orient", "--object", data / "control_object.csv", *extra,
                                 "--method", method, "--format", "json"))
-        ours = kelscan.orient(obj, points, method=method, focal=camera.focal, names=names)
+        # Names from a list or from a numpy array of strings.
+        ours = kelscan.orient(obj, points, method=method, focal=camera.focal,
+                              names=names if method != "dlt" else np.array(names))
         assert ours.pairs == theirs["pairs"] == len(names)
         np.testing.assert_array_equal(ours.centre, theirs["centre"])
         np.testing.assert_array_equal(ours.rotation.ravel(), theirs["rotation"])

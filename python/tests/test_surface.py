@@ -51,8 +51,9 @@ def test_queries_agree_with_the_plane_they_lie_on():
 def test_break_lines_become_edges():
     grid = np.array([[x, y, 0.0] for x in range(5) for y in range(5)], float)
     line = np.array([[0.5, 0.2, 1.0], [3.5, 3.7, 1.0]])
-    tin = kelscan.Tin.build(grid, breaklines=[line])
-    assert tin.height([[2.0, 1.95]])[0] == pytest.approx(1.0)  # on the line: its height
+    for lines in ([line], np.array([line])):  # a list of K x 3 arrays, or an L x K x 3 array
+        tin = kelscan.Tin.build(grid, breaklines=lines)
+        assert tin.height([[2.0, 1.95]])[0] == pytest.approx(1.0)  # on the line: its height
 
 
 def test_bad_arrays_are_refused_before_the_library_runs():
