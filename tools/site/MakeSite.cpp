@@ -90,7 +90,7 @@ constexpr double kTargetRadius = 0.25;  // metres: the bright disc; its dark rin
 // The scan region, drawn around this outline on the ground (metres from the station).
 const double kRegion[][2] = {{13.0, -4.0}, {14.0, 4.0}, {25.0, 7.0}, {33.0, 5.0}, {31.0, -8.0}};
 
-constexpr double kFineSpacing = 1.0, kTrackSpacing = 1.0;  // metres
+constexpr double kFineSpacing = 0.3, kTrackSpacing = 0.3;  // metres
 // The simulated instrument: angle and distance noise (one sigma) and its seed.
 constexpr double kAngleSigmaDeg = 0.0003, kDistanceSigma = 0.002;
 constexpr unsigned kSeed = 20261124;

@@ -1,0 +1,311 @@
+// kelscan scan run|resume|angles, and the demo's main job: from a photograph and named control
+// to a recorded scan (see ScanJob.h).
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+
+#include "Cli.h"
+#include "ScanJob.h"
+#include "geometry/CalcXYZHV.h"
+#include "platform/KelMath.h"
+#include "platform/NumText.h"
+#include "surface/SinOriToTin.h"
+
+namespace {
+
+using kelscan_cli::Fail;
+using kelscan_cli::Fixed;
+using kelscan_cli::Report;
+using kelscan_cli::ScanJob;
+using kelscan_cli::ScanJobArgs;
+using kelscan_cli::SetExit;
+using kelscan_cli::Value;
+
+// The job file of a scan's folder: `key,value` lines (the value is the rest of the line), the
+// paths absolute, the numbers exact.
+constexpr const char* kJobFile = "job.csv";
+
+std::string Absolute(const std::string& p) {
+    if (p.empty() || p == "-") return p;
+    std::error_code ec;
+    const auto a = std::filesystem::absolute(p, ec);
+    return ec ? p : a.lexically_normal().string();
+}
+
+[[maybe_unused]] bool WriteJob(const ScanJobArgs& a, const std::string& path) {
+    std::ofstream out(path, std::ios::binary);
+    auto put = [&](const char* key, const std::string& v) { out << key << ',' << v << '\n'; };
+    out << "# kelscan scan job: the inputs from which `kelscan scan resume` rebuilds the plan\n";
+    put("camera", Absolute(a.camera));
+    put("photo", Absolute(a.photo));
+    put("object", Absolute(a.object));
+    put("image", Absolute(a.image));
+    put("refine", a.refine ? "1" : "0");
+    put("surface", Absolute(a.surface));
+    put("truth", Absolute(a.truth));
+    put("region", Absolute(a.region));
+    for (int i = 0; i < 3; ++i)
+        put(i == 0   ? "station_north_m"
+            : i == 1 ? "station_east_m"
+                     : "station_height_m",
+            kel_num::Exact(a.station[static_cast<std::size_t>(i)]));
+    put("instrument_height_m", kel_num::Exact(a.height));
+    put("backsight_azimuth_deg", kel_num::Exact(a.bsAzimuth));
+    put("backsight_reading_deg", kel_num::Exact(a.bsReading));
+    put("fine_spacing_m", kel_num::Exact(a.fine));
+    put("track_spacing_m", kel_num::Exact(a.track));
+    put("speed", std::to_string(a.speed));
+    put("angle_sigma_deg", kel_num::Exact(a.angleSigma));
+    put("distance_sigma_m", kel_num::Exact(a.distanceSigma));
+    put("seed", std::to_string(a.seed));
+    return static_cast<bool>(out.flush());
+}
+
+// Reads `key,value` lines ('#' lines skipped) into a map; "" or the failure.
+std::string ReadKeyValues(const std::string& path, std::map<std::string, std::string>& kv) {
+    std::vector<std::string> lines;
+    const std::string error = kelscan_cli::ReadLines(path, lines);
+    if (!error.empty()) return error;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const std::string& l = lines[i];
+        if (l.empty() || l[0] == '#') continue;
+        const std::size_t comma = l.find(',');
+        if (comma == std::string::npos)
+            return path + ":" + std::to_string(i + 1) + ": expected key,value";
+        kv[l.substr(0, comma)] = l.substr(comma + 1);
+    }
+    return "";
+}
+
+// A number of a key-value file; "" or the failure.
+std::string Number(const std::map<std::string, std::string>& kv, const std::string& path,
+                   const std::string& key, double& v) {
+    const auto it = kv.find(key);
+    if (it == kv.end()) return path + ": no " + key;
+    if (!kelscan_cli::ParseDouble(it->second, v))
+        return path + ": " + key + " \"" + it->second + "\" is not a finite number";
+    return "";
+}
+
+[[maybe_unused]] std::string ReadJob(const std::string& path, ScanJobArgs& a) {
+    std::map<std::string, std::string> kv;
+    std::string e = ReadKeyValues(path, kv);
+    if (!e.empty()) return e;
+    const char* texts[] = {"camera", "photo", "object", "image", "surface", "truth", "region"};
+    std::string* fields[] = {&a.camera,  &a.photo, &a.object, &a.image,
+                             &a.surface, &a.truth, &a.region};
+    for (int i = 0; i < 7; ++i) {
+        const auto it = kv.find(texts[i]);
+        if (it == kv.end()) return path + ": no " + texts[i];
+        *fields[i] = it->second;
+    }
+    a.refine = kv["refine"] == "1";
+    a.station.assign(3, 0.0);
+    double speed = 0.0, seed = 0.0;
+    const std::pair<const char*, double*> numbers[] = {{"station_north_m", &a.station[0]},
+                                                       {"station_east_m", &a.station[1]},
+                                                       {"station_height_m", &a.station[2]},
+                                                       {"instrument_height_m", &a.height},
+                                                       {"backsight_azimuth_deg", &a.bsAzimuth},
+                                                       {"backsight_reading_deg", &a.bsReading},
+                                                       {"fine_spacing_m", &a.fine},
+                                                       {"track_spacing_m", &a.track},
+                                                       {"speed", &speed},
+                                                       {"angle_sigma_deg", &a.angleSigma},
+                                                       {"distance_sigma_m", &a.distanceSigma},
+                                                       {"seed", &seed}};
+    for (const auto& n : numbers)
+        if (!(e = Number(kv, path, n.first, *n.second)).empty()) return e;
+    a.speed = static_cast<int>(speed);
+    a.seed = static_cast<unsigned>(seed);
+    return "";
+}
+
+// The options that orient the camera (scan run and scan angles).
+void AddOrientOptions(CLI::App* cmd, ScanJobArgs& a, std::vector<double>& backsight) {
+    cmd->add_option("--camera", a.camera, "Camera file")->required();
+    cmd->add_option("--photo", a.photo, "The photograph (needed by --refine and the picture)");
+    cmd->add_option("--object", a.object, "Control points: name,north,east,height (m)")->required();
+    cmd->add_option("--image", a.image,
+                    "Their pixels on the photograph: name,column,row (rows downwards)")
+        ->required();
+    cmd->add_flag("--refine", a.refine,
+                  "--image holds approximate clicks: find each target's centre by image moments");
+    cmd->add_option("--surface", a.surface,
+                    "The surface: a surface file (.tin) or points name,north,east,height (.csv)")
+        ->required();
+    kelscan_cli::AddNumbersOption(cmd, "--station", a.station, 3, "Station north, east, height (m)")
+        ->required();
+    kelscan_cli::AddNumberOption(cmd, "--height", a.height, "Instrument height (m)")->required();
+    kelscan_cli::AddNumbersOption(cmd, "--backsight", backsight, 2,
+                                  "Backsight azimuth and the circle reading set on it (degrees); "
+                                  "without it the circle reads the azimuth");
+}
+
+void ApplyBacksight(ScanJobArgs& a, const std::vector<double>& backsight) {
+    if (backsight.size() == 2) {
+        a.bsAzimuth = backsight[0];
+        a.bsReading = backsight[1];
+    }
+}
+
+int RunAngles(ScanJobArgs a, const std::vector<double>& backsight,
+              const std::vector<std::string>& pixelTexts, const std::string& pixelsFile,
+              kelscan_cli::Format format) {
+    ApplyBacksight(a, backsight);
+    std::vector<kelscan_cli::ControlPixel> pixels;
+    if (!pixelsFile.empty()) {
+        std::vector<kelscan_cli::CsvRow> rows;
+        std::string error;
+        const kelscan_cli::CsvShape shape{
+            {2}, kelscan_cli::CsvShape::kOptionalName, "[name,]column,row"};
+        if (!kelscan_cli::ReadCsvRows(pixelsFile, shape, rows, error)) return Fail(error);
+        for (const auto& r : rows)
+            pixels.push_back({r.name, r.values[0], r.values[1], r.values[0], r.values[1]});
+    }
+    if (pixelTexts.size() % 2 != 0) return Fail("--pixel takes a column and a row");
+    for (std::size_t i = 0; i + 1 < pixelTexts.size(); i += 2) {
+        double c = 0.0, r = 0.0;
+        if (!kelscan_cli::ParseDouble(pixelTexts[i], c) ||
+            !kelscan_cli::ParseDouble(pixelTexts[i + 1], r))
+            return Fail("--pixel: \"" + pixelTexts[i] + "," + pixelTexts[i + 1] +
+                        "\" is not two finite numbers");
+        pixels.push_back({"", c, r, c, r});
+    }
+    if (pixels.empty()) return Fail("give --pixel COLUMN,ROW or --pixels FILE.csv");
+    ScanJob job(a);
+    Report orientation, report;
+    if (const int rc = job.Orient(orientation)) return rc;
+    if (const int rc = job.Angles(pixels, report)) return rc;
+    kelscan_cli::PrintReport(std::cout, report, format);
+    return 0;
+}
+
+void Setup(CLI::App& app) {
+    CLI::App* scan = app.add_subcommand(
+        "scan", "The main job: photograph, orientation, region, plan, scan, record");
+    scan->require_subcommand(1);
+
+    static ScanJobArgs angleArgs;
+    static std::vector<double> angleBacksight;
+    static std::vector<std::string> pixelTexts;
+    static std::string pixelsFile;
+    static kelscan_cli::Format angleFormat = kelscan_cli::Format::kText;
+    CLI::App* angles = scan->add_subcommand(
+        "angles",
+        "Instrument angles H, V (degrees) of pixels, through the oriented camera and "
+        "the surface");
+    AddOrientOptions(angles, angleArgs, angleBacksight);
+    angles->add_option("--pixel", pixelTexts, "A pixel COLUMN,ROW (repeatable)")
+        ->delimiter(',')
+        ->type_name("COLUMN,ROW");
+    angles->add_option("--pixels", pixelsFile, "Pixels: [name,]column,row per row");
+    kelscan_cli::AddFormatOption(angles, angleFormat);
+    angles->callback([]() {
+        SetExit(RunAngles(angleArgs, angleBacksight, pixelTexts, pixelsFile, angleFormat));
+    });
+}
+
+kelscan_cli::CommandRegistrar reg("scan", &Setup);
+
+}  // namespace
+
+namespace {
+
+// ---- kelscan demo: the main job on the bundled site -----------------------------------------
+
+std::string SiteNumbers(const std::string& path, std::map<std::string, std::string>& kv) {
+    return ReadKeyValues(path, kv);
+}
+
+double Get(const std::map<std::string, std::string>& kv, const std::string& key) {
+    double v = 0.0;
+    const auto it = kv.find(key);
+    if (it != kv.end()) kelscan_cli::ParseDouble(it->second, v);
+    return v;
+}
+
+int Demo(std::ostream& out, const std::string& dataDir) {
+    const std::string site = dataDir + "/site/";
+    std::map<std::string, std::string> job, truth;
+    std::string e = SiteNumbers(site + "site.csv", job);
+    if (e.empty()) e = SiteNumbers(site + "truth.csv", truth);
+    if (!e.empty()) return Fail(e);
+
+    ScanJobArgs a;
+    a.camera = site + "camera.cam";
+    a.photo = site + "photo.jpg";
+    a.object = site + "control_object.csv";
+    a.image = site + "control_seeds.csv";
+    a.refine = true;
+    a.surface = site + "survey.csv";
+    a.truth = site + "terrain_true.csv";
+    a.region = site + "region.csv";
+    a.station = {Get(job, "station_north_m"), Get(job, "station_east_m"),
+                 Get(job, "station_height_m")};
+    a.height = Get(job, "instrument_height_m");
+    a.bsAzimuth = Get(job, "backsight_azimuth_deg");
+    a.bsReading = Get(job, "backsight_reading_deg");
+    a.fine = Get(job, "fine_spacing_m");
+    a.track = Get(job, "track_spacing_m");
+    a.angleSigma = Get(truth, "angle_sigma_deg");
+    a.distanceSigma = Get(truth, "distance_sigma_m");
+    a.seed = static_cast<unsigned>(Get(truth, "seed"));
+    a.out = kelscan_cli::DemoOutDir();
+
+    out << "Site: " << site << "\n";
+    out << "1. Photograph " << a.photo << ", camera " << a.camera << "\n";
+    ScanJob scanJob(a);
+    Report orient;
+    if (const int rc = scanJob.Orient(orient)) return rc;
+    out << "   " << scanJob.PhotoWidth() << " x " << scanJob.PhotoHeight() << " pixels\n";
+
+    // Target centres against the true image positions the site was drawn with.
+    std::vector<kelscan_cli::CsvRow> truePx;
+    if (!kelscan_cli::ReadCsvRows(
+            site + "control_truth.csv",
+            kelscan_cli::CsvShape{{2}, kelscan_cli::CsvShape::kName, "name,column,row"}, truePx, e))
+        return Fail(e);
+    double worstPx = 0.0;
+    for (const auto& p : scanJob.Control())
+        for (const auto& t : truePx)
+            if (t.name == p.name)
+                worstPx =
+                    std::max(worstPx, std::hypot(p.column - t.values[0], p.row - t.values[1]));
+    out << "2. Target centres by image moments from " << scanJob.Control().size()
+        << " clicks: largest error against the truth " << Fixed(worstPx, 3) << " px\n";
+
+    // The orientation against the camera's true pose.
+    const CSinOriToTin& ori = *scanJob.Project().GetSinOriToTin();
+    CXYZ centre = ori.GetCentre();
+    CCalcXYZHV::CnvMathToSoku(centre);
+    const double dc = std::sqrt(std::pow(centre.x - Get(truth, "camera_north_m"), 2) +
+                                std::pow(centre.y - Get(truth, "camera_east_m"), 2) +
+                                std::pow(centre.z - Get(truth, "camera_height_m"), 2));
+    // Angle of the rotation between the solved and the true camera: acos((trace(R Rt^T) - 1) / 2).
+    double trace = 0.0;
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k)
+            trace += ori.GetRot().m[3 * i + k] *
+                     Get(truth, "r" + std::to_string(i + 1) + std::to_string(k + 1));
+    const double dAngle =
+        std::acos(std::clamp((trace - 1.0) / 2.0, -1.0, 1.0)) * kel_math::kRadToDeg;
+    out << "3. Camera oriented from the control (multi-start resection):\n";
+    kelscan_cli::PrintReport(out, orient, kelscan_cli::Format::kText);
+    out << "   against the true pose: centre off by " << Fixed(dc * 1000.0, 1)
+        << " mm, rotation off by " << Fixed(dAngle, 5) << " deg\n";
+
+    Report plans;
+    if (const int rc = scanJob.PlanBoth(a.fine, a.track, plans)) return rc;
+    out << "4. Region " << a.region << " (" << scanJob.Region().GetVertexSize()
+        << " vertices) planned through the surface of " << a.surface << ":\n";
+    kelscan_cli::PrintReport(out, plans, kelscan_cli::Format::kText);
+    return 0;
+}
+
+kelscan_cli::DemoRegistrar demo(0, "The main job on the synthetic site", &Demo);
+
+}  // namespace
