@@ -80,12 +80,15 @@ struct Target {
     int seedDx, seedDy;  // where the user's click lands, pixels from the true centre
 };
 const Target kTargets[] = {
-    {"C01", 9.0, -3.0, 2, -1},  {"C02", 10.0, 3.5, -1, 2},  {"C03", 15.0, -5.0, 1, 1},
-    {"C04", 17.0, 5.0, -2, -2}, {"C05", 22.0, -1.0, 2, 0},  {"C06", 27.0, -9.0, 0, 2},
-    {"C07", 29.0, 8.0, -1, -1}, {"C08", 36.0, -4.0, 1, -2}, {"C09", 41.0, 10.0, -2, 1},
-    {"C10", 45.0, -12.0, 2, 2},
+    {"C01", 9.4, -3.3, 2, -1},  {"C02", 10.3, 3.6, -1, 2},  {"C03", 15.2, -5.4, 1, 1},
+    {"C04", 17.3, 5.2, -2, -2}, {"C05", 22.4, -1.3, 2, 0},  {"C06", 27.6, -9.3, 0, 2},
+    {"C07", 29.3, 8.4, -1, -1}, {"C08", 36.6, -4.3, 1, -2}, {"C09", 41.4, 10.3, -2, 1},
+    {"C10", 44.3, -10.6, 2, 2},
 };
-constexpr double kTargetRadius = 0.25;  // metres: the bright disc; its dark ring is 1.8 times
+constexpr double kTargetRadius = 0.25;
+// A target whose pixel's ray meets the terrain farther than this (m) from it counts as hidden
+// (its height is rounded to the millimetre, and rays graze the far slope).
+constexpr double kHiddenTol = 0.05;  // metres: the bright disc; its dark ring is 1.8 times
 
 // The scan region, drawn around this outline on the ground (metres from the station).
 const double kRegion[][2] = {{13.0, -4.0}, {14.0, 4.0}, {25.0, 7.0}, {33.0, 5.0}, {31.0, -8.0}};
@@ -294,14 +297,27 @@ int main(int argc, char** argv) {
     std::string truthPx =
         "# True image positions of the targets: name,column,row (pixels)\nname,column,row\n";
     for (const Target& t : kTargets) {
-        CXYZ p = SiteToSoku(t.dn, t.de);
-        p.z = std::round(p.z * 1000.0) / 1000.0;
+        // On the true surface (the triangulated grid), so that the simulated instrument and
+        // the photograph see the target where the control file says it is.
+        CXYZ p = SiteToSoku(t.dn, t.de), onTin = p;
+        CCalcXYZHV::CnvSokuToMath(onTin);
+        if (!ori.GetTin().GetHeight(onTin.x, onTin.y, onTin.z)) {
+            std::cerr << "kelscan_make_site: target " << t.name << " is off the terrain\n";
+            return 1;
+        }
+        p.z = std::round(onTin.z) / 1000.0;
         objectCsv +=
             std::string(t.name) + "," + Num(p.x, 3) + "," + Num(p.y, 3) + "," + Num(p.z, 3) + "\n";
         CXYZ m = p, img, phc;
         CCalcXYZHV::CnvSokuToMath(m);
         if (!ori.ObjToImg(m, img) || !ori.ObjToPhc(m, phc)) {
             std::cerr << "kelscan_make_site: target " << t.name << " is not seen\n";
+            return 1;
+        }
+        // The target must be seen, not hidden behind a rise of the terrain in front of it.
+        CXYZ seen;
+        if (!project.ImgToXYZ(img, seen) || seen.Len(p) > kHiddenTol) {
+            std::cerr << "kelscan_make_site: target " << t.name << " is hidden\n";
             return 1;
         }
         // Depth along the view (mm) gives the disc's radius in pixels.
