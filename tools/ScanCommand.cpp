@@ -303,6 +303,20 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     out << "4. Region " << a.region << " (" << scanJob.Region().GetVertexSize()
         << " vertices) planned through the surface of " << a.surface << ":\n";
     kelscan_cli::PrintReport(out, plans, kelscan_cli::Format::kText);
+
+    // Stand-in for the scan until the instrument simulator is wired: the surface along each
+    // planned line of sight.
+    std::error_code ec;
+    std::filesystem::create_directories(a.out, ec);
+    CKelScanProject::CXYZArray measured;
+    const CCleverFineScan& plan = scanJob.FinePlan();
+    for (int i = 0; i < plan.GetPtCount(); ++i) {
+        CXYZ p;
+        if (scanJob.Project().HVToXYZ(plan.m_planH[i], plan.m_planV[i], p)) measured.Add(p);
+    }
+    Report after;
+    if (const int rc = scanJob.Finish(measured, a.truth, after)) return rc;
+    kelscan_cli::PrintReport(out, after, kelscan_cli::Format::kText);
     return 0;
 }
 

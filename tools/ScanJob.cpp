@@ -13,7 +13,9 @@
 #include "photogrammetry/Moment.h"
 #include "platform/KelMath.h"
 #include "platform/NumText.h"
+#include "platform/Time.h"
 #include "surface/SinOriToTin.h"
+#include "surface/TinExport.h"
 
 namespace kelscan_cli {
 namespace {
@@ -395,6 +397,44 @@ int ScanJob::WritePlanSvg(const std::string& path) const {
                       m_trackPlan.m_lineEndH[l]);
     }
     return WriteOutputStream(path, {}, [&](std::ostream& o) { return svg.Write(o); });
+}
+
+int ScanJob::Finish(const CKelScanProject::CXYZArray& measured, const std::string& truthPath,
+                    Report& report) {
+    CTin surface;
+    surface.SetName(L"measured");
+    for (int i = 0; i < measured.GetSize(); ++i)
+        if (surface.AddPoint(measured[i].y, measured[i].x, measured[i].z) < 0)
+            return Fail("out of memory");
+    report.Add("measured_points", "", Value::Int(measured.GetSize()));
+    if (surface.GetPointSize() < 3 || !surface.CreateTin(0.0))
+        return Fail("the measured points do not make a surface: fewer than 3, or all on a line");
+    report.Add("surface_triangles", "", Value::Int(surface.GetTriSize()));
+    if (!truthPath.empty()) {
+        CTin truth;
+        const std::string error = ReadSurface(truthPath, truth);
+        if (!error.empty()) return Fail(error);
+        double rms = 0.0, maxAbs = 0.0;
+        int count = 0;
+        if (const int rc = CompareSurfaces(surface, truth, rms, maxAbs, count)) return rc;
+        report.Add("height_rms", "m", Value::Num(rms, 4),
+                   " (measured surface against " + truthPath + ", " + std::to_string(count) +
+                       " points " + Fixed(kCompareStep, 2) + " m apart)");
+        report.Add("height_max", "m", Value::Num(maxAbs, 4));
+    }
+    const std::string dir = m_args.out + "/";
+    if (const int rc = WritePicture(dir + "picture.png", measured)) return rc;
+    if (const int rc = WritePlanSvg(dir + "plan.svg")) return rc;
+    SYSTEMTIME now;
+    GetSystemTime(&now);
+    if (const int rc = WriteOutputStream(dir + "surface.xml", {}, [&](std::ostream& o) {
+            return WriteTinLandXml(surface, o, "measured", now) != 0;
+        }))
+        return rc;
+    report.Add("picture", "", Value::Text(dir + "picture.png"));
+    report.Add("plan_drawing", "", Value::Text(dir + "plan.svg"));
+    report.Add("surface_landxml", "", Value::Text(dir + "surface.xml"));
+    return 0;
 }
 
 }  // namespace kelscan_cli

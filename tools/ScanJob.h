@@ -91,6 +91,11 @@ public:
     int WritePicture(const std::string& path, const CKelScanProject::CXYZArray& measured);
     // The plan as SVG (angular frame). 0 or Fail's status.
     int WritePlanSvg(const std::string& path) const;
+    // What follows a scan: the measured points (surveying frame) triangulated, compared with
+    // the true surface when truthPath is given, and the pictures written into the scan's
+    // folder: picture.png, plan.svg, surface.xml (LandXML). Figures into report.
+    int Finish(const CKelScanProject::CXYZArray& measured, const std::string& truthPath,
+               Report& report);
 
 private:
     int ReadRegion();

@@ -91,7 +91,7 @@ constexpr double kTargetRadius = 0.25;
 constexpr double kHiddenTol = 0.05;  // metres: the bright disc; its dark ring is 1.8 times
 
 // The scan region, drawn around this outline on the ground (metres from the station).
-const double kRegion[][2] = {{13.0, -4.0}, {14.0, 4.0}, {25.0, 7.0}, {33.0, 5.0}, {31.0, -8.0}};
+const double kRegion[][2] = {{11.0, -3.5}, {12.0, 4.0}, {27.0, 9.0}, {39.0, 6.0}, {37.0, -9.0}};
 
 constexpr double kFineSpacing = 0.3, kTrackSpacing = 0.3;  // metres
 // The simulated instrument: angle and distance noise (one sigma) and its seed.
