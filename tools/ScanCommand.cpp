@@ -35,7 +35,7 @@ std::string Absolute(const std::string& p) {
     return ec ? p : a.lexically_normal().string();
 }
 
-[[maybe_unused]] bool WriteJob(const ScanJobArgs& a, const std::string& path) {
+bool WriteJob(const ScanJobArgs& a, const std::string& path) {
     std::ofstream out(path, std::ios::binary);
     auto put = [&](const char* key, const std::string& v) { out << key << ',' << v << '\n'; };
     out << "# kelscan scan job: the inputs from which `kelscan scan resume` rebuilds the plan\n";
@@ -90,7 +90,7 @@ std::string Number(const std::map<std::string, std::string>& kv, const std::stri
     return "";
 }
 
-[[maybe_unused]] std::string ReadJob(const std::string& path, ScanJobArgs& a) {
+std::string ReadJob(const std::string& path, ScanJobArgs& a) {
     std::map<std::string, std::string> kv;
     std::string e = ReadKeyValues(path, kv);
     if (!e.empty()) return e;
@@ -184,6 +184,45 @@ int RunAngles(ScanJobArgs a, const std::vector<double>& backsight,
     return 0;
 }
 
+// Orients, plans, scans, records and finishes a job; prints the report. 0 or Fail's status.
+int RunJob(const ScanJobArgs& a, bool resume, kelscan_cli::Format format) {
+    ScanJob job(a);
+    Report report;
+    if (const int rc = job.Orient(report)) return rc;
+    if (const int rc = job.Plan(report)) return rc;
+    if (!resume) {
+        std::error_code ec;
+        std::filesystem::create_directories(a.out, ec);
+        if (!WriteJob(a, a.out + "/" + kJobFile))
+            return Fail("cannot write " + a.out + "/" + kJobFile);
+    }
+    CKelScanProject::CXYZArray measured;
+    if (const int rc = job.Scan(resume, report, measured)) return rc;
+    if (const int rc = job.Finish(measured, a.truth, report)) return rc;
+    report.tables.clear();  // the control residuals: `kelscan scan angles` and `orient` show them
+    kelscan_cli::PrintReport(std::cout, report, format);
+    return 0;
+}
+
+int RunScan(ScanJobArgs a, const std::vector<double>& backsight, kelscan_cli::Format format) {
+    ApplyBacksight(a, backsight);
+    if ((a.fine > 0.0) == (a.track > 0.0)) return Fail("give one of --fine or --track");
+    if (a.fine < 0.0 || a.track < 0.0) return Fail("a spacing must be positive");
+    return RunJob(a, false, format);
+}
+
+int ResumeScan(const std::string& dir, kelscan_cli::Format format) {
+    ScanJobArgs a;
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(dir + "/" + kJobFile, ec))
+        return Fail(dir + " holds no scan job (" + kJobFile +
+                    "): give the --out folder of a kelscan scan run");
+    const std::string error = ReadJob(dir + "/" + kJobFile, a);
+    if (!error.empty()) return Fail(error);
+    a.out = dir;
+    return RunJob(a, true, format);
+}
+
 void Setup(CLI::App& app) {
     CLI::App* scan = app.add_subcommand(
         "scan", "The main job: photograph, orientation, region, plan, scan, record");
@@ -207,6 +246,56 @@ void Setup(CLI::App& app) {
     angles->callback([]() {
         SetExit(RunAngles(angleArgs, angleBacksight, pixelTexts, pixelsFile, angleFormat));
     });
+
+    static ScanJobArgs runArgs;
+    static std::vector<double> runBacksight;
+    static kelscan_cli::Format runFormat = kelscan_cli::Format::kText;
+    CLI::App* run = scan->add_subcommand(
+        "run",
+        "Orient the camera, plan the region drawn on the photograph, scan it with the "
+        "simulated instrument and record it in --out");
+    AddOrientOptions(run, runArgs, runBacksight);
+    run->add_option("--region", runArgs.region,
+                    "The region drawn on the photograph: column,row per vertex (pixels)")
+        ->required();
+    kelscan_cli::AddNumberOption(run, "--fine", runArgs.fine,
+                                 "A fine scan, targets this far apart on the ground (m)");
+    kelscan_cli::AddNumberOption(run, "--track", runArgs.track,
+                                 "A tracking scan, lines and points this far apart (m)");
+    run->add_option("--speed", runArgs.speed, "The tracking scan's rotation-speed setting (1..127)")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 127));
+    run->add_option("--out", runArgs.out, "Folder of the scan's files (made when missing)")
+        ->required();
+    run->add_option("--truth", runArgs.truth,
+                    "The surface the simulated instrument measures (default: --surface)");
+    static std::vector<double> noise;
+    kelscan_cli::AddNumbersOption(run, "--noise", noise, 2,
+                                  "The simulated instrument's noise: angles (degrees) and "
+                                  "distance (m), one sigma");
+    run->add_option("--seed", runArgs.seed, "Seed of the simulated noise")->capture_default_str();
+    run->add_option("--interrupt-after", runArgs.interruptAfter,
+                    "End the process at once after this many shots (exit status 3), as a power "
+                    "failure would, to try `scan resume`")
+        ->check(CLI::PositiveNumber);
+    kelscan_cli::AddFormatOption(run, runFormat);
+    run->callback([]() {
+        if (noise.size() == 2) {
+            runArgs.angleSigma = noise[0];
+            runArgs.distanceSigma = noise[1];
+        }
+        SetExit(RunScan(runArgs, runBacksight, runFormat));
+    });
+
+    static std::string resumeDir;
+    static kelscan_cli::Format resumeFormat = kelscan_cli::Format::kText;
+    CLI::App* resume = scan->add_subcommand(
+        "resume",
+        "Continue the interrupted scan recorded in DIR, from the shot after the last "
+        "one stored");
+    resume->add_option("DIR", resumeDir, "The scan's folder (--out of scan run)")->required();
+    kelscan_cli::AddFormatOption(resume, resumeFormat);
+    resume->callback([]() { SetExit(ResumeScan(resumeDir, resumeFormat)); });
 }
 
 kelscan_cli::CommandRegistrar reg("scan", &Setup);
@@ -304,19 +393,18 @@ int Demo(std::ostream& out, const std::string& dataDir) {
         << " vertices) planned through the surface of " << a.surface << ":\n";
     kelscan_cli::PrintReport(out, plans, kelscan_cli::Format::kText);
 
-    // Stand-in for the scan until the instrument simulator is wired: the surface along each
-    // planned line of sight.
-    std::error_code ec;
-    std::filesystem::create_directories(a.out, ec);
+    Report scanned;
     CKelScanProject::CXYZArray measured;
-    const CCleverFineScan& plan = scanJob.FinePlan();
-    for (int i = 0; i < plan.GetPtCount(); ++i) {
-        CXYZ p;
-        if (scanJob.Project().HVToXYZ(plan.m_planH[i], plan.m_planV[i], p)) measured.Add(p);
-    }
+    if (const int rc = scanJob.Scan(false, scanned, measured)) return rc;
+    out << "5. Fine scan run against the simulated instrument (noise " << Fixed(a.angleSigma, 4)
+        << " deg, " << Fixed(a.distanceSigma, 3) << " m) and recorded:\n";
+    kelscan_cli::PrintReport(out, scanned, kelscan_cli::Format::kText);
     Report after;
     if (const int rc = scanJob.Finish(measured, a.truth, after)) return rc;
+    out << "6. Surface of the measured points against the true terrain, and the pictures:\n";
     kelscan_cli::PrintReport(out, after, kelscan_cli::Format::kText);
+    out << "Done: the photograph oriented, the region planned, scanned and recorded in " << a.out
+        << "/ (scan.dbs, scan.txt, temp/SDB.log, picture.png, plan.svg, surface.xml).\n";
     return 0;
 }
 

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <set>
 
 #include "SvgPlan.h"
@@ -11,9 +14,15 @@
 #include "imaging/ImgViewEx.h"
 #include "photogrammetry/Camera.h"
 #include "photogrammetry/Moment.h"
+#include "platform/File.h"
 #include "platform/KelMath.h"
 #include "platform/NumText.h"
+#include "platform/Process.h"
 #include "platform/Time.h"
+#include "scanning/ScanRunner.h"
+#include "scanning/SimInstrument.h"
+#include "storage/SDBLog.h"
+#include "storage/SFile.h"
 #include "surface/SinOriToTin.h"
 #include "surface/TinExport.h"
 
@@ -27,6 +36,8 @@ constexpr int kPatchHalf = 32;
 constexpr int kTargetPercent = 50;
 // Grid step (m) of the surface comparison.
 constexpr double kCompareStep = 0.25;
+// Exit status of a run ended by --interrupt-after.
+constexpr int kExitInterrupted = 3;
 
 std::wstring Wide(const std::string& s) {
     const kel_text::CKelString w = kel_text::Utf8ToWide(s.c_str());
@@ -399,6 +410,107 @@ int ScanJob::WritePlanSvg(const std::string& path) const {
     return WriteOutputStream(path, {}, [&](std::ostream& o) { return svg.Write(o); });
 }
 
+// The runner's progress: a line on a terminal, and the estimate half-way for the report.
+void ScanProgress(void* context, int done, int total, double elapsed, int estimate) {
+    ScanJob& job = *static_cast<ScanJob*>(context);
+    if (job.m_halfEstimate < 0 && 2 * done >= total) {
+        job.m_halfDone = done;
+        job.m_halfEstimate = estimate;
+        job.m_halfElapsed = elapsed;
+    }
+    if (job.m_args.interruptAfter > 0 && done >= job.m_args.interruptAfter) {
+        std::cerr << "kelscan: interrupted after shot " << done << " (--interrupt-after)\n";
+        std::_Exit(kExitInterrupted);
+    }
+    if (kel_platform::StderrIsTerminal())
+        std::cerr << "\rscan: " << done << " of " << total << " shots, "
+                  << kel_text::WideToUtf8(CCalcXYZHV::ByoToStr(estimate)) << " to go   "
+                  << (done == total ? "\n" : "") << std::flush;
+}
+
+int ScanJob::Scan(bool resume, Report& report, CKelScanProject::CXYZArray& measured) {
+    std::error_code ec;
+    std::filesystem::create_directories(m_args.out, ec);
+    if (!std::filesystem::is_directory(m_args.out, ec))
+        return Fail("cannot make the folder " + m_args.out);
+    // The truth the simulated instrument measures, in the computation frame (mm).
+    CTin truthMetres, truth;
+    const std::string truthPath = m_args.truth.empty() ? m_args.surface : m_args.truth;
+    std::string error = ReadSurface(truthPath, truthMetres);
+    if (!error.empty()) return Fail(error);
+    truth.SetEPS(truthMetres.GetEPS() * 1000.0);
+    for (int i = 0; i < truthMetres.GetPointSize(); ++i) {
+        const CXYZ& v = truthMetres.m_point[i];
+        CXYZ q(v.y, v.x, v.z);
+        CCalcXYZHV::CnvSokuToMath(q);
+        truth.AddPoint(q.x, q.y, q.z);
+    }
+    CSimInstrument sim;
+    if (!truth.CreateTin(0.0) || !sim.SetSurface(truth))
+        return Fail("cannot triangulate the true surface of " + truthPath);
+    const CXYZ station(m_args.station[0], m_args.station[1], m_args.station[2]);
+    sim.SetOccBs(station, m_args.height, m_args.bsAzimuth, m_args.bsReading);
+    sim.SetNoise(m_args.angleSigma, m_args.distanceSigma, m_args.seed);
+
+    // The scan's files live under the out folder as the device root, so the log is the
+    // folder's own temp/SDB.log and the database's path in it stays short.
+    kel_platform::SetDeviceRoot(m_args.out.c_str());
+    const wchar_t* db = L"\\scan.dbs";
+    const wchar_t* text = L"\\scan.txt";
+    if (resume) {
+        // Say plainly when there is nothing to resume; the runner checks the rest.
+        if (!std::filesystem::is_regular_file(m_args.out + "/temp/SDB.log", ec))
+            return Fail(m_args.out + " holds no scan log (temp/SDB.log): nothing to resume");
+        CSDBLog log;
+        log.SetLogMode(1);
+        const bool open = log.Start() == 0 && log.JudgeSDBLog() != 0;
+        log.Stop();
+        if (!open)
+            return Fail("the scan recorded in " + m_args.out + " has ended: nothing to resume");
+    }
+    CScanRunner runner;
+    runner.SetProject(&m_project);
+    runner.SetProgress(&ScanProgress, this);
+    m_halfEstimate = -1;
+    int ok = 0;
+    if (m_tracking)
+        ok = resume ? runner.Resume(m_trackPlan, false, sim, db, text)
+                    : runner.Run(m_trackPlan, false, sim, db, text);
+    else
+        ok = resume ? runner.Resume(m_finePlan, sim, db, text)
+                    : runner.Run(m_finePlan, sim, db, text);
+    if (!ok)
+        return Fail(std::string(resume ? "the scan cannot be resumed" : "the scan failed") +
+                    " (-v shows why)");
+    report.Add("shots_planned", "", Value::Int(runner.GetTotal()));
+    if (resume) report.Add("resumed_at_shot", "", Value::Int(runner.GetFirst() + 1));
+    report.Add("points_stored", "", Value::Int(runner.GetStored()));
+    report.Add("misses", "", Value::Int(runner.GetTotal() - runner.GetStored()));
+    report.Add("scan_time", "s", Value::Num(runner.GetElapsed(), 1),
+               " (instrument time of this run)");
+    if (m_halfEstimate >= 0)
+        report.Add("estimate_at_half", "s", Value::Int(m_halfEstimate),
+                   " (after shot " + std::to_string(m_halfDone) + "; it took " +
+                       Fixed(runner.GetElapsed() - m_halfElapsed, 1) + " s more)");
+
+    CSFile file;
+    const int n = file.OpenDB(db, SFILE_READ);
+    if (n < 0) return Fail("cannot read the scan's database " + m_args.out + "/scan.dbs");
+    measured.RemoveAll();
+    for (int i = 1; i <= n; ++i) {
+        CSPoint pt;
+        if (file.ReadPoint(pt, i) != i) return Fail("cannot read the scan's database");
+        CXYZ q;
+        pt.Get(q);
+        measured.Add(q);
+    }
+    file.CloseDB();
+    report.Add("database", "", Value::Text(m_args.out + "/scan.dbs"));
+    report.Add("text_file", "", Value::Text(m_args.out + "/scan.txt"));
+    report.Add("scan_log", "", Value::Text(m_args.out + "/temp/SDB.log"));
+    return 0;
+}
+
 int ScanJob::Finish(const CKelScanProject::CXYZArray& measured, const std::string& truthPath,
                     Report& report) {
     CTin surface;
@@ -417,8 +529,22 @@ int ScanJob::Finish(const CKelScanProject::CXYZArray& measured, const std::strin
         double rms = 0.0, maxAbs = 0.0;
         int count = 0;
         if (const int rc = CompareSurfaces(surface, truth, rms, maxAbs, count)) return rc;
+        // The measured points themselves against the true surface: the instrument's noise.
+        double sum2 = 0.0, worst = 0.0;
+        int n = 0;
+        for (int i = 0; i < measured.GetSize(); ++i) {
+            double z = 0.0;
+            if (!truth.GetHeight(measured[i].y, measured[i].x, z)) continue;
+            const double d = measured[i].z - z;
+            sum2 += d * d;
+            worst = std::max(worst, std::fabs(d));
+            ++n;
+        }
+        report.Add("point_height_rms", "m", Value::Num(n > 0 ? std::sqrt(sum2 / n) : 0.0, 4),
+                   " (measured points against the true surface)");
+        report.Add("point_height_max", "m", Value::Num(worst, 4));
         report.Add("height_rms", "m", Value::Num(rms, 4),
-                   " (measured surface against " + truthPath + ", " + std::to_string(count) +
+                   " (measured surface against the true one on " + std::to_string(count) +
                        " points " + Fixed(kCompareStep, 2) + " m apart)");
         report.Add("height_max", "m", Value::Num(maxAbs, 4));
     }

@@ -40,6 +40,9 @@ struct ScanJobArgs {
     int speed = kDefaultSpeed;                     // tracking scan's rotation-speed setting
     double angleSigma = 0.0, distanceSigma = 0.0;  // the simulated instrument's noise
     unsigned seed = 1;
+    // For trying out resume: after this many shots the process ends at once (exit status 3),
+    // leaving the files as a power failure would. 0: never.
+    int interruptAfter = 0;
 
     static constexpr int kDefaultSpeed = 60;
 };
@@ -91,6 +94,14 @@ public:
     int WritePicture(const std::string& path, const CKelScanProject::CXYZArray& measured);
     // The plan as SVG (angular frame). 0 or Fail's status.
     int WritePlanSvg(const std::string& path) const;
+    // Runs the planned scan (Plan first) against the simulated instrument over the surface of
+    // args.truth (the surface itself when no truth is given), recording into args.out:
+    // scan.dbs (scan point database), scan.txt (scan text file) and temp/SDB.log (scan
+    // recovery log); the out folder becomes the device root. resume continues an interrupted
+    // scan of the same job. measured receives the database's points (surveying frame).
+    // Progress on stderr when it is a terminal. 0 or Fail's status.
+    int Scan(bool resume, Report& report, CKelScanProject::CXYZArray& measured);
+
     // What follows a scan: the measured points (surveying frame) triangulated, compared with
     // the true surface when truthPath is given, and the pictures written into the scan's
     // folder: picture.png, plan.svg, surface.xml (LandXML). Figures into report.
@@ -108,6 +119,11 @@ private:
     CCleverFineScan m_finePlan;
     CCleverTrkScan m_trackPlan;
     bool m_tracking = false;
+    // Shots done, planned, and the estimate (s) half-way, and the instrument time (s) then,
+    // for the report on the remaining-time estimate.
+    int m_halfDone = 0, m_halfEstimate = -1;
+    double m_halfElapsed = 0.0;
+    friend void ScanProgress(void*, int, int, double, int);
     int m_width = 0, m_height = 0;
 };
 
