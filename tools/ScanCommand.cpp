@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <sstream>
 
 #include "Cli.h"
 #include "ScanJob.h"
@@ -317,6 +318,15 @@ double Get(const std::map<std::string, std::string>& kv, const std::string& key)
     return v;
 }
 
+// A report in text, each line indented under its step.
+void PrintIndented(std::ostream& out, const Report& report) {
+    std::ostringstream text;
+    kelscan_cli::PrintReport(text, report, kelscan_cli::Format::kText);
+    std::istringstream lines(text.str());
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty()) out << "   " << line << '\n';
+}
+
 int Demo(std::ostream& out, const std::string& dataDir) {
     const std::string site = dataDir + "/site/";
     std::map<std::string, std::string> job, truth;
@@ -383,7 +393,7 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     const double dAngle =
         std::acos(std::clamp((trace - 1.0) / 2.0, -1.0, 1.0)) * kel_math::kRadToDeg;
     out << "3. Camera oriented from the control (multi-start resection):\n";
-    kelscan_cli::PrintReport(out, orient, kelscan_cli::Format::kText);
+    PrintIndented(out, orient);
     out << "   against the true pose: centre off by " << Fixed(dc * 1000.0, 1)
         << " mm, rotation off by " << Fixed(dAngle, 5) << " deg\n";
 
@@ -391,18 +401,18 @@ int Demo(std::ostream& out, const std::string& dataDir) {
     if (const int rc = scanJob.PlanBoth(a.fine, a.track, plans)) return rc;
     out << "4. Region " << a.region << " (" << scanJob.Region().GetVertexSize()
         << " vertices) planned through the surface of " << a.surface << ":\n";
-    kelscan_cli::PrintReport(out, plans, kelscan_cli::Format::kText);
+    PrintIndented(out, plans);
 
     Report scanned;
     CKelScanProject::CXYZArray measured;
     if (const int rc = scanJob.Scan(false, scanned, measured)) return rc;
     out << "5. Fine scan run against the simulated instrument (noise " << Fixed(a.angleSigma, 4)
         << " deg, " << Fixed(a.distanceSigma, 3) << " m) and recorded:\n";
-    kelscan_cli::PrintReport(out, scanned, kelscan_cli::Format::kText);
+    PrintIndented(out, scanned);
     Report after;
     if (const int rc = scanJob.Finish(measured, a.truth, after)) return rc;
     out << "6. Surface of the measured points against the true terrain, and the pictures:\n";
-    kelscan_cli::PrintReport(out, after, kelscan_cli::Format::kText);
+    PrintIndented(out, after);
     out << "Done: the photograph oriented, the region planned, scanned and recorded in " << a.out
         << "/ (scan.dbs, scan.txt, temp/SDB.log, picture.png, plan.svg, surface.xml).\n";
     return 0;
