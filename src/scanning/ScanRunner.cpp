@@ -308,45 +308,34 @@ int CheckPaths(const wchar_t* dbPath, const wchar_t* textPath, const wchar_t* op
 
 int CScanRunner::Run(const CCleverFineScan& plan, CInstrument& instrument, const wchar_t* dbPath,
                      const wchar_t* textPath) {
-    const wchar_t* op = L"CScanRunner::Run";
-    return Guarded(op, [&]() {
-        Plan p;
-        Files f(dbPath, textPath);
-        if (!CheckPaths(dbPath, textPath, op) || !p.FromFine(plan, op)) return 0;
-        return Start(p, instrument, f, op);
-    });
+    return Launch(&plan, nullptr, false, instrument, dbPath, textPath, false);
 }
 
 int CScanRunner::Run(const CCleverTrkScan& plan, bool quorin, CInstrument& instrument,
                      const wchar_t* dbPath, const wchar_t* textPath) {
-    const wchar_t* op = L"CScanRunner::Run";
-    return Guarded(op, [&]() {
-        Plan p;
-        Files f(dbPath, textPath);
-        if (!CheckPaths(dbPath, textPath, op) || !p.FromTrack(plan, quorin, op)) return 0;
-        return Start(p, instrument, f, op);
-    });
+    return Launch(nullptr, &plan, quorin, instrument, dbPath, textPath, false);
 }
 
 int CScanRunner::Resume(const CCleverFineScan& plan, CInstrument& instrument, const wchar_t* dbPath,
                         const wchar_t* textPath) {
-    const wchar_t* op = L"CScanRunner::Resume";
-    return Guarded(op, [&]() {
-        Plan p;
-        Files f(dbPath, textPath);
-        if (!CheckPaths(dbPath, textPath, op) || !p.FromFine(plan, op)) return 0;
-        return Continue(p, instrument, f, op);
-    });
+    return Launch(&plan, nullptr, false, instrument, dbPath, textPath, true);
 }
 
 int CScanRunner::Resume(const CCleverTrkScan& plan, bool quorin, CInstrument& instrument,
                         const wchar_t* dbPath, const wchar_t* textPath) {
-    const wchar_t* op = L"CScanRunner::Resume";
+    return Launch(nullptr, &plan, quorin, instrument, dbPath, textPath, true);
+}
+
+int CScanRunner::Launch(const CCleverFineScan* fine, const CCleverTrkScan* track, bool quorin,
+                        CInstrument& instrument, const wchar_t* dbPath, const wchar_t* textPath,
+                        bool resume) {
+    const wchar_t* op = resume ? L"CScanRunner::Resume" : L"CScanRunner::Run";
     return Guarded(op, [&]() {
         Plan p;
         Files f(dbPath, textPath);
-        if (!CheckPaths(dbPath, textPath, op) || !p.FromTrack(plan, quorin, op)) return 0;
-        return Continue(p, instrument, f, op);
+        if (!CheckPaths(dbPath, textPath, op)) return 0;
+        if (!(fine != nullptr ? p.FromFine(*fine, op) : p.FromTrack(*track, quorin, op))) return 0;
+        return resume ? Continue(p, instrument, f, op) : Start(p, instrument, f, op);
     });
 }
 
@@ -406,12 +395,7 @@ int CScanRunner::Continue(const Plan& plan, CInstrument& instrument, Files& file
         return Fail(op, L"database codes != log codes");
 
     CSPointArray records;
-    if (state == DB_UNBOUND) {
-        if (files.db.OpenDB(files.dbPath, SFILE_CREATE) < 0)
-            return Fail(op, L"db.OpenDB(dbPath, SFILE_CREATE) < 0");
-        if (files.db.WriteHeader(logCodes[0], logCodes[1]) != 0)
-            return Fail(op, L"db.WriteHeader(date, time) != 0");
-    } else {
+    if (state == DB_BOUND) {
         // Opening for update cuts a torn last record off.
         const int n = files.db.OpenDB(files.dbPath, SFILE_UPDATE);
         if (n < 0) return Fail(op, L"db.OpenDB(dbPath, SFILE_UPDATE) < 0");
@@ -435,6 +419,12 @@ int CScanRunner::Continue(const Plan& plan, CInstrument& instrument, Files& file
                              : (n >= 1 && SameRecord(logPoint, records[n - 1])) ||
                                    (n >= 2 && SameRecord(logPoint, records[n - 2]));
     if (!pointOk) return Fail(op, L"log point is not one of the last two records");
+    if (state == DB_UNBOUND) {
+        if (files.db.OpenDB(files.dbPath, SFILE_CREATE) < 0)
+            return Fail(op, L"db.OpenDB(dbPath, SFILE_CREATE) < 0");
+        if (files.db.WriteHeader(logCodes[0], logCodes[1]) != 0)
+            return Fail(op, L"db.WriteHeader(date, time) != 0");
+    }
     if (!MendText(files.textPath, records, op)) return 0;
     if (n > 0 && !SameRecord(logPoint, records[n - 1]) && files.log.WriteRec(records[n - 1]) != 0)
         return Fail(op, L"log.WriteRec(records[n - 1]) != 0");

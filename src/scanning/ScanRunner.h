@@ -128,6 +128,10 @@ private:
     struct Plan;  // the shots of either planner (ScanRunner.cpp)
     struct Files;
 
+    // Run (resume false) or Resume of either plan (fine or track not null).
+    int Launch(const CCleverFineScan* fine, const CCleverTrkScan* track, bool quorin,
+               CInstrument& instrument, const wchar_t* dbPath, const wchar_t* textPath,
+               bool resume);
     int Start(const Plan& plan, CInstrument& instrument, Files& files, const wchar_t* op);
     int Continue(const Plan& plan, CInstrument& instrument, Files& files, const wchar_t* op);
     // Measures the shots from `first` on and records every hit; then the footer.

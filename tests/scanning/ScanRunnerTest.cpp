@@ -429,6 +429,15 @@ TEST_F(ScanRunnerTest, ResumeRefusesFilesThatAreNotThisScansAndRunRefusesBadInpu
     WriteFileBytes(Path("scan.db"), db);
     expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume database codes != log codes");
     EXPECT_EQ(ReadFileBytes(Path("scan.db")), db);
+    // A database that lost its last two records, and one without its log.
+    db[24] ^= 1;
+    db.resize(db.size() - 2 * CSFile::kRecordSize);
+    WriteFileBytes(Path("scan.db"), db);
+    expectOneLine(c.Resume(runner, sim),
+                  "CScanRunner::Resume log point is not one of the last two records");
+    std::filesystem::remove(Path("temp/SDB.log"));
+    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume log.GetLogInfo(...) != 0");
+    EXPECT_EQ(ReadFileBytes(Path("scan.db")), db);
 
     // Run: a path the log cannot name, an empty plan, a tracking speed off the table.
     const std::wstring longPath = L"\\" + std::wstring(63, L'd');
