@@ -298,7 +298,7 @@ namespace {
 
 int CheckPaths(const wchar_t* dbPath, const wchar_t* textPath, const wchar_t* op) {
     if (dbPath == nullptr || *dbPath == L'\0' || textPath == nullptr || *textPath == L'\0')
-        return Fail(op, L"dbPath or textPath empty");
+        return Fail(op, L"dbPath or textPath NULL or empty");
     if (kel_text::WideToSingleByte(dbPath).size() > CScanRunner::kMaxPathChars)
         return Fail(op, L"wcslen(dbPath) > kMaxPathChars");
     return 1;
@@ -385,20 +385,21 @@ int CScanRunner::Continue(const Plan& plan, CInstrument& instrument, Files& file
         // header starts again; anything else is not ours to change.
         if (state == DB_UNBOUND) return Start(plan, instrument, files, op);
         if (info != 0) return Fail(op, L"log.GetLogInfo(...) != 0");
-        if (!ours) return Fail(op, L"log names another database");
+        if (!ours) return Fail(op, L"name != dbPath");
         return Fail(op, L"log.JudgeSDBLog() == 0");
     }
     if (value != plan.total || plan.fingerprint != text)
         return Fail(op, L"value != plan.total || text != plan.fingerprint");
     if (state == DB_UNREADABLE) return Fail(op, L"db.OpenDB(dbPath, SFILE_READ) < 0");
     if (state == DB_BOUND && (dbCodes[0] != logCodes[0] || dbCodes[1] != logCodes[1]))
-        return Fail(op, L"database codes != log codes");
+        return Fail(op, L"dbCodes != logCodes");
 
     CSPointArray records;
     if (state == DB_BOUND) {
         // Opening for update cuts a torn last record off.
         const int n = files.db.OpenDB(files.dbPath, SFILE_UPDATE);
         if (n < 0) return Fail(op, L"db.OpenDB(dbPath, SFILE_UPDATE) < 0");
+        if (n > plan.total) return Fail(op, L"n > plan.total");
         records.SetSize(n);
         int last = -1;
         for (int i = 0; i < n; ++i) {
@@ -413,12 +414,13 @@ int CScanRunner::Continue(const Plan& plan, CInstrument& instrument, Files& file
             last = r.m_value;
         }
     }
+    // The log's point is written after its record: it names the last record or the one before.
     const int n = records.GetSize();
     const bool pointOk = logPoint.m_name.IsEmpty()
                              ? n <= 1
                              : (n >= 1 && SameRecord(logPoint, records[n - 1])) ||
                                    (n >= 2 && SameRecord(logPoint, records[n - 2]));
-    if (!pointOk) return Fail(op, L"log point is not one of the last two records");
+    if (!pointOk) return Fail(op, L"!pointOk");
     if (state == DB_UNBOUND) {
         if (files.db.OpenDB(files.dbPath, SFILE_CREATE) < 0)
             return Fail(op, L"db.OpenDB(dbPath, SFILE_CREATE) < 0");

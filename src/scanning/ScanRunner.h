@@ -38,8 +38,9 @@
 // lost nothing. Resume, with the same plan rebuilt by the caller:
 // - a log header naming dbPath, footer not 1: the plan must match the log (count and
 //   fingerprint). A database not yet bound to the log (below) is made anew with the log's
-//   codes; a bound one must hold records of this plan in order. The log's point must be empty
-//   or one of the last two records. The text file keeps its complete lines that match the
+//   codes; a bound one must have the log's codes and hold records of this plan in order (a
+//   torn last record is cut off). The log's point must be one of the last two records, or
+//   empty with at most one record. The text file keeps its complete lines that match the
 //   records by name, loses the rest (a torn or extra line) and gets the missing lines from
 //   the records. The scan then continues with the planned shot after the last record.
 // - a database not yet bound (missing, shorter than its header, or a header with codes 0 0
@@ -47,7 +48,11 @@
 //   scan of dbPath, the scan starts afresh, exactly as Run.
 // - otherwise one trace line and 0: the log holds no scan, names another database, says the
 //   scan ended cleanly, or the files do not belong together (codes, records or the log's
-//   point do not match). Nothing is changed then.
+//   point do not match). Nothing is changed then, but for a torn last record cut off.
+// Trace lines name the failed condition as the code states it, e.g. "CScanRunner::Resume
+// log.JudgeSDBLog() == 0" (ended cleanly), "CScanRunner::Resume name != dbPath" (another
+// database), "CScanRunner::Resume value != plan.total || text != plan.fingerprint" (another
+// plan), "CScanRunner::Resume log.GetLogInfo(...) != 0" (no scan in the log).
 // The result is byte for byte the database and text file of an uninterrupted run (with the
 // same instrument answers and the same "now" of the start); only the instrument time, and so
 // the progress figures, differ. A tracking line resumed in its middle is swept from the next

@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -90,26 +89,61 @@ void Collect(void* context, int done, int total, double elapsed, int estimate) {
     static_cast<std::vector<SReport>*>(context)->push_back({done, total, elapsed, estimate});
 }
 
-// An instrument that fails once it has taken `shots` shots.
-class CFailingInstrument : public CInstrument {
+// The simulator, failing once it has taken `shots` shots.
+class CFailingSim : public CSimInstrument {
 public:
-    CFailingInstrument(CSimInstrument& sim, int shots) : m_sim(sim), m_left(shots) {}
-    int BeginFine(int n, int fresh) override { return m_sim.BeginFine(n, fresh); }
-    int TurnTo(double h, double v) override { return m_sim.TurnTo(h, v); }
-    int Measure(SInstrumentShot& s) override { return m_left-- > 0 && m_sim.Measure(s); }
-    int BeginSweep(double v, double a, double b, double r) override {
-        return m_sim.BeginSweep(v, a, b, r);
-    }
+    CFailingSim(const CSimInstrument& sim, int shots) : CSimInstrument(sim), m_left(shots) {}
+    int Measure(SInstrumentShot& s) override { return m_left-- > 0 && CSimInstrument::Measure(s); }
     int SweepShot(double h, SInstrumentShot& s) override {
-        return m_left-- > 0 && m_sim.SweepShot(h, s);
+        return m_left-- > 0 && CSimInstrument::SweepShot(h, s);
     }
-    int EndSweep() override { return m_sim.EndSweep(); }
-    double Clock() const override { return m_sim.Clock(); }
-
-private:
-    CSimInstrument& m_sim;
     int m_left;
 };
+
+// A fine or a tracking scan: its plan, its planned shots in order, and the files of an
+// uninterrupted noisy run (see MakeCase).
+struct SScanCase {
+    bool tracking;
+    CCleverFineScan fine;
+    CCleverTrkScan track;
+    std::vector<double> h, v;
+    std::vector<std::string> names;
+    std::string db, text;
+    int Run(CScanRunner& r, CInstrument& inst, const wchar_t* db, const wchar_t* txt) const {
+        return tracking ? r.Run(track, false, inst, db, txt) : r.Run(fine, inst, db, txt);
+    }
+    int Resume(CScanRunner& r, CInstrument& inst) const {
+        return tracking ? r.Resume(track, false, inst, L"\\scan.db", L"\\scan.txt")
+                        : r.Resume(fine, inst, L"\\scan.db", L"\\scan.txt");
+    }
+};
+
+// The noisy instrument of every resume test.
+CSimInstrument NoisySim() { return Sim(0.01, 0.02, 3); }
+
+// With `dir` (the device root's host folder): the files of an uninterrupted noisy run.
+SScanCase MakeCase(bool tracking, const std::string& dir) {
+    SScanCase c{tracking, FinePlan(), TrackPlan(), {}, {}, {}, "", ""};
+    if (!tracking)
+        for (int i = 0; i < c.fine.GetPtCount(); ++i) {
+            c.h.push_back(c.fine.m_planH[i]);
+            c.v.push_back(c.fine.m_planV[i]);
+            c.names.push_back("F" + std::to_string(i + 1));
+        }
+    for (int l = 0; tracking && l < 3; ++l)
+        for (int k = 0; k < 9; ++k) {
+            c.h.push_back(352.0 + 2.0 * k);  // 352 .. 368: the lines cross north
+            c.v.push_back(80.0 + 6.0 * l);
+            c.names.push_back("T" + std::to_string(l + 1) + "_" + std::to_string(k + 1));
+        }
+    if (dir.empty()) return c;
+    CSimInstrument sim = NoisySim();
+    CScanRunner runner;
+    EXPECT_EQ(c.Run(runner, sim, L"\\ref.db", L"\\ref.txt"), 1);
+    c.db = ReadFileBytes(dir + "/ref.db");
+    c.text = ReadFileBytes(dir + "/ref.txt");
+    return c;
+}
 
 std::uint64_t FixedNow(void*) { return 133000000000000000ULL; }  // a day in 2022
 
@@ -142,216 +176,143 @@ protected:
     std::string m_shm;
 };
 
-// Checks a finished scan's files against the plan: the records are the hits in planned
-// order, each measured where the planned direction meets the true surface; `misses` counts
-// the planned shots whose sight meets nothing (and that none of them hits).
-void CheckRecords(const std::vector<double>& planH, const std::vector<double>& planV,
-                  const std::vector<std::string>& names, const CSimInstrument& sim,
-                  const std::string& text, int& misses) {
-    CSFile db;
-    const int n = db.OpenDB(L"\\scan.db", SFILE_READ);
-    ASSERT_GE(n, 1);
-    std::string expectedText;
-    int rec = 1;
-    misses = 0;
-    for (std::size_t i = 0; i < planH.size(); ++i) {
-        CXYZ truth;
-        double slope = 0.0;
-        if (!sim.TruePoint(planH[i], planV[i], truth, slope)) {
-            ++misses;
-            continue;
+TEST_F(ScanRunnerTest, EveryPlannedShotIsMeasuredWhereItsSightMeetsTheSurfaceInThePlannedTime) {
+    for (bool tracking : {false, true}) {
+        SCOPED_TRACE(tracking ? "tracking" : "fine");
+        const SScanCase c = MakeCase(tracking, "");
+        CSimInstrument sim = Sim();
+        CScanRunner runner;
+        std::vector<SReport> reports;
+        runner.SetProgress(&Collect, &reports);
+        CKelScanProject project;  // the estimate may live in the caller's project
+        runner.SetProject(&project);
+        ASSERT_EQ(c.Run(runner, sim, L"\\scan.db", L"\\scan.txt"), 1);
+        EXPECT_TRUE(Lines().empty());
+
+        // The records are the hits in planned order, each where the planned sight meets the
+        // true surface; every other planned sight meets nothing.
+        CSFile db;
+        const int n = db.OpenDB(L"\\scan.db", SFILE_READ);
+        std::string text;
+        int rec = 0;
+        for (std::size_t i = 0; i < c.h.size(); ++i) {
+            CXYZ truth;
+            double slope = 0.0;
+            if (!sim.TruePoint(c.h[i], c.v[i], truth, slope)) continue;
+            CSPoint pt;
+            ASSERT_EQ(db.ReadPoint(pt, ++rec), rec);
+            EXPECT_EQ(kel_text::WideToUtf8(pt.m_name), c.names[i]);
+            EXPECT_EQ(pt.m_value, static_cast<int>(i));
+            const CXYZ p(pt.m_X, pt.m_Y, pt.m_Z);
+            double h = 0.0, v = 0.0;
+            TaskInverse(kStation, p, kInstHeight, kBsAzimuth, kBsReading, h, v);
+            EXPECT_LT(AngleDiff(h, c.h[i]), kDegTol) << c.names[i];
+            EXPECT_LT(std::fabs(v - c.v[i]), kDegTol) << c.names[i];
+            EXPECT_LT(truth.Len(p), 1e-9) << c.names[i];
+            EXPECT_EQ(kel_text::WideToUtf8(pt.m_text1),
+                      kel_num::Fixed(std::fmod(c.h[i] + 360.0, 360.0), 9) + " " +
+                          kel_num::Fixed(c.v[i], 9) + " " + kel_num::Fixed(slope, 4));
+            text += c.names[i] + "," + kel_num::Fixed(p.x, 6) + "," + kel_num::Fixed(p.y, 6) + "," +
+                    kel_num::Fixed(p.z, 6) + "\n";
         }
-        CSPoint pt;
-        ASSERT_EQ(db.ReadPoint(pt, rec), rec);
-        ++rec;
-        EXPECT_EQ(kel_text::WideToUtf8(pt.m_name), names[i]);
-        EXPECT_EQ(pt.m_value, static_cast<int>(i));
-        double h = 0.0, v = 0.0;
-        TaskInverse(kStation, CXYZ(pt.m_X, pt.m_Y, pt.m_Z), kInstHeight, kBsAzimuth, kBsReading, h,
-                    v);
-        EXPECT_LT(AngleDiff(h, planH[i]), kDegTol) << names[i];
-        EXPECT_LT(std::fabs(v - planV[i]), kDegTol) << names[i];
-        EXPECT_LT(truth.Len(CXYZ(pt.m_X, pt.m_Y, pt.m_Z)), 1e-9) << names[i];
-        EXPECT_EQ(kel_text::WideToUtf8(pt.m_text1),
-                  kel_num::Fixed(std::fmod(planH[i] + 360.0, 360.0), 9) + " " +
-                      kel_num::Fixed(planV[i], 9) + " " + kel_num::Fixed(slope, 4));
-        expectedText += names[i] + "," + kel_num::Fixed(pt.m_X, 6) + "," +
-                        kel_num::Fixed(pt.m_Y, 6) + "," + kel_num::Fixed(pt.m_Z, 6) + "\n";
-    }
-    EXPECT_EQ(n, rec - 1);
-    EXPECT_EQ(text, expectedText);
+        // Fine: the rows at V 50, 56.5 and 63 pass over the hill.
+        EXPECT_EQ(n, tracking ? 27 : 30);
+        EXPECT_EQ(rec, n);
+        EXPECT_EQ(runner.GetStored(), n);
+        EXPECT_EQ(runner.GetDone(), static_cast<int>(c.h.size()));
+        EXPECT_EQ(ReadFileBytes(Path("scan.txt")), text);
 
-    // The log: ended cleanly, names the database, the plan's count, its last record.
-    CSDBLog log;
-    log.SetLogMode(1);
-    ASSERT_EQ(log.Start(), 0);
-    EXPECT_EQ(log.JudgeSDBLog(), 0);
-    char name[64];
-    char fp[33] = {};
-    long codes[2], dbCodes[2];
-    int value = 0;
-    CSPoint last, lastRec;
-    ASSERT_EQ(log.GetLogInfo(name, value, codes, last, fp), 0);
-    EXPECT_STREQ(name, "\\scan.db");
-    EXPECT_EQ(value, static_cast<int>(planH.size()));
-    EXPECT_EQ(std::string(fp).size(), names[0][0] == 'F' ? 21u : 22u);
-    ASSERT_EQ(db.ReadPoint(lastRec, n), n);
-    EXPECT_TRUE(last.m_name == lastRec.m_name && last.m_X == lastRec.m_X);
-    ASSERT_EQ(db.ReadHeader(dbCodes), 0);
-    EXPECT_TRUE(dbCodes[0] == codes[0] && dbCodes[1] == codes[1] && codes[0] != 0);
-}
+        // The log ended cleanly and names the database, the count and the last record; its
+        // codes are the database's.
+        CSDBLog log;
+        log.SetLogMode(1);
+        ASSERT_EQ(log.Start(), 0);
+        EXPECT_EQ(log.JudgeSDBLog(), 0);
+        char name[64];
+        long codes[2], dbCodes[2];
+        int value = 0;
+        CSPoint last, lastRec;
+        ASSERT_EQ(log.GetLogInfo(name, value, codes, last, nullptr), 0);
+        EXPECT_STREQ(name, "\\scan.db");
+        EXPECT_EQ(value, static_cast<int>(c.h.size()));
+        ASSERT_EQ(db.ReadPoint(lastRec, n), n);
+        EXPECT_TRUE(last.m_name == lastRec.m_name && last.m_X == lastRec.m_X);
+        ASSERT_EQ(db.ReadHeader(dbCodes), 0);
+        EXPECT_TRUE(dbCodes[0] == codes[0] && dbCodes[1] == codes[1] && codes[0] != 0);
 
-TEST_F(ScanRunnerTest, FineScanMeasuresEveryTargetAndTakesThePlannedTime) {
-    const CCleverFineScan plan = FinePlan();
-    CSimInstrument sim = Sim();
-    CScanRunner runner;
-    std::vector<SReport> reports;
-    runner.SetProgress(&Collect, &reports);
-    ASSERT_EQ(runner.Run(plan, sim, L"\\scan.db", L"\\scan.txt"), 1);
-    EXPECT_TRUE(Lines().empty());
-
-    std::vector<double> h, v;
-    std::vector<std::string> names;
-    for (int i = 0; i < plan.GetPtCount(); ++i) {
-        h.push_back(plan.m_planH[i]);
-        v.push_back(plan.m_planV[i]);
-        names.push_back("F" + std::to_string(i + 1));
-    }
-    int misses = 0;
-    CheckRecords(h, v, names, sim, ReadFileBytes(Path("scan.txt")), misses);
-    EXPECT_EQ(misses, 18);  // the rows at V 50, 56.5 and 63 pass over the hill
-    EXPECT_EQ(runner.GetStored(), 48 - misses);
-    EXPECT_EQ(runner.GetDone(), 48);
-
-    // Simulated time: the planner's CalcTime up to its rounding to whole seconds.
-    CCleverFineScan fresh = plan;
-    const int planned =
-        fresh.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX);
-    EXPECT_NEAR(sim.Clock(), planned, 0.5);
-    EXPECT_DOUBLE_EQ(runner.GetElapsed(), sim.Clock());
-
-    // One report per planned shot; at half the estimate is the time so far, which exceeds
-    // the time left by the set-up allowance; at the end it is 0.
-    ASSERT_EQ(reports.size(), 48u);
-    const SReport& half = reports[23];
-    EXPECT_EQ(half.done, 24);
-    EXPECT_EQ(half.total, 48);
-    EXPECT_NEAR(half.estimate, sim.Clock() - half.elapsed, CCleverFineScan::kSetupSeconds + 1);
-    EXPECT_EQ(reports.back().estimate, 0);
-    EXPECT_DOUBLE_EQ(reports.back().elapsed, sim.Clock());
-}
-
-TEST_F(ScanRunnerTest, TrackingScanSweepsEveryLineAtThePlannedRate) {
-    const CCleverTrkScan plan = TrackPlan();
-    CSimInstrument sim = Sim();
-    CScanRunner runner;
-    std::vector<SReport> reports;
-    runner.SetProgress(&Collect, &reports);
-    CKelScanProject project;  // the estimate may live in the caller's project
-    runner.SetProject(&project);
-    ASSERT_EQ(runner.Run(plan, false, sim, L"\\scan.db", L"\\scan.txt"), 1);
-
-    std::vector<double> h, v;
-    std::vector<std::string> names;
-    for (int l = 0; l < 3; ++l)
-        for (int k = 0; k < 9; ++k) {
-            h.push_back(352.0 + 2.0 * k);  // 352 .. 368: the line crosses north
-            v.push_back(80.0 + 6.0 * l);
-            names.push_back("T" + std::to_string(l + 1) + "_" + std::to_string(k + 1));
+        // Simulated time is the planner's CalcTime up to its rounding to whole seconds (per
+        // line for a tracking scan).
+        CCleverFineScan fine = c.fine;
+        CCleverTrkScan track = c.track;
+        const int planned = tracking ? track.CalcTime(false)
+                                     : fine.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL,
+                                                     CCleverFineScan::INSTRUMENT_HALVEX);
+        EXPECT_NEAR(sim.Clock(), planned, tracking ? 1.5 : 0.5);
+        EXPECT_DOUBLE_EQ(runner.GetElapsed(), sim.Clock());
+        EXPECT_EQ(project.m_estSeconds, planned);
+        const double line = CCleverTrkScan::kTurnSeconds + 16.0 / 14.21266548;
+        if (tracking) {
+            EXPECT_NEAR(sim.Clock(), 3 * line, 1e-9);
         }
-    int misses = 0;
-    CheckRecords(h, v, names, sim, ReadFileBytes(Path("scan.txt")), misses);
-    EXPECT_EQ(misses, 0);
 
-    CCleverTrkScan counted = plan;
-    const int planned = counted.CalcTime(false);
-    EXPECT_EQ(counted.m_totalPoints, 27);
-    EXPECT_NEAR(sim.Clock(), planned, 0.5 * 3);
-    const double line = CCleverTrkScan::kTurnSeconds + 16.0 / 14.21266548;
-    EXPECT_NEAR(sim.Clock(), 3 * line, 1e-9);
-    ASSERT_EQ(reports.size(), 27u);
-    EXPECT_NEAR(reports[13].estimate, sim.Clock() - reports[13].elapsed, line);
-    EXPECT_EQ(reports.back().estimate, 0);
-    EXPECT_EQ(project.m_estCount, 27);
-    EXPECT_EQ(project.m_estSeconds, planned);
+        // A report per planned shot. At half the estimate is the time so far: the time left
+        // plus the fine scan's set-up, or within a line of the time left; at the end 0.
+        ASSERT_EQ(reports.size(), c.h.size());
+        const SReport& half = reports[(reports.size() - 1) / 2];
+        EXPECT_EQ(half.total, static_cast<int>(c.h.size()));
+        EXPECT_NEAR(half.estimate, sim.Clock() - half.elapsed,
+                    tracking ? line : CCleverFineScan::kSetupSeconds + 1);
+        EXPECT_EQ(reports.back().estimate, 0);
+        EXPECT_DOUBLE_EQ(reports.back().elapsed, sim.Clock());
+        ClearLines();
+    }
 }
 
 TEST(SimInstrument, NoiseDependsOnTheDirectionAloneAndHasTheGivenSpread) {
     constexpr double kSigmaAngle = 0.01, kSigmaDist = 0.02;
     CSimInstrument a = Sim(kSigmaAngle, kSigmaDist, 7), b = Sim(kSigmaAngle, kSigmaDist, 7);
-    CSimInstrument other = Sim(kSigmaAngle, kSigmaDist, 8);
     std::mt19937 rng(11);
     std::uniform_real_distribution<double> dh(-10.0, 10.0), dv(80.0, 95.0);
     std::vector<std::pair<double, double>> dirs;
     for (int i = 0; i < 400; ++i) dirs.emplace_back(dh(rng), dv(rng));
-    std::vector<SInstrumentShot> first(dirs.size());
+    std::vector<SInstrumentShot> shots(dirs.size());
     double sumH = 0.0, sumV = 0.0, sumS = 0.0;
-    int n = 0, differ = 0;
     for (std::size_t i = 0; i < dirs.size(); ++i) {
         ASSERT_EQ(a.TurnTo(dirs[i].first, dirs[i].second), 1);
-        ASSERT_EQ(a.Measure(first[i]), 1);
-        ASSERT_EQ(first[i].hit, 1);
+        ASSERT_EQ(a.Measure(shots[i]), 1);
         CXYZ truth;
-        double slope = 0.0;
+        double slope = 0.0, h = 0.0, v = 0.0;
         ASSERT_EQ(a.TruePoint(dirs[i].first, dirs[i].second, truth, slope), 1);
-        double h = 0.0, v = 0.0;
-        TaskInverse(kStation, first[i].point, kInstHeight, kBsAzimuth, kBsReading, h, v);
-        EXPECT_LT(AngleDiff(h, first[i].h), kDegTol);  // the point lies along what is reported
+        ASSERT_EQ(shots[i].hit, 1);
+        TaskInverse(kStation, shots[i].point, kInstHeight, kBsAzimuth, kBsReading, h, v);
+        EXPECT_LT(AngleDiff(h, shots[i].h), kDegTol);  // the point lies along what is reported
         sumH += std::pow(std::remainder(h - dirs[i].first, 360.0), 2);
         sumV += std::pow(v - dirs[i].second, 2);
-        sumS += std::pow(first[i].slope - slope, 2);
-        ++n;
-        SInstrumentShot o;
-        other.TurnTo(dirs[i].first, dirs[i].second);
-        other.Measure(o);
-        differ += o.slope != first[i].slope ? 1 : 0;
+        sumS += std::pow(shots[i].slope - slope, 2);
     }
+    const double n = static_cast<double>(dirs.size());
     EXPECT_NEAR(std::sqrt(sumH / n), kSigmaAngle, 0.15 * kSigmaAngle);
     EXPECT_NEAR(std::sqrt(sumV / n), kSigmaAngle, 0.15 * kSigmaAngle);
     EXPECT_NEAR(std::sqrt(sumS / n), kSigmaDist, 0.15 * kSigmaDist);
-    EXPECT_EQ(differ, n);
-    // Another instrument with the seed, the directions in reverse order and as sweep shots:
-    // the same shots, bit for bit.
+    // The same seed, the directions in reverse order and as sweep shots: the same shots, bit
+    // for bit; another seed: other shots.
     for (std::size_t k = dirs.size(); k-- > 0;) {
         SInstrumentShot s;
         ASSERT_EQ(b.BeginSweep(dirs[k].second, dirs[k].first, dirs[k].first + 1.0, 2.0), 1);
         ASSERT_EQ(b.SweepShot(dirs[k].first, s), 1);
         ASSERT_EQ(b.EndSweep(), 1);
-        EXPECT_TRUE(s.point.x == first[k].point.x && s.point.y == first[k].point.y &&
-                    s.point.z == first[k].point.z && s.slope == first[k].slope);
+        EXPECT_TRUE(s.point.x == shots[k].point.x && s.point.y == shots[k].point.y &&
+                    s.point.z == shots[k].point.z && s.slope == shots[k].slope);
     }
+    b.SetNoise(kSigmaAngle, kSigmaDist, 8);
+    SInstrumentShot other, miss;
+    b.TurnTo(dirs[0].first, dirs[0].second);
+    b.Measure(other);
+    EXPECT_NE(other.slope, shots[0].slope);
     // A sight over the hill is a miss, not a failure.
-    SInstrumentShot miss;
     ASSERT_EQ(a.TurnTo(0.0, 40.0), 1);
     ASSERT_EQ(a.Measure(miss), 1);
     EXPECT_EQ(miss.hit, 0);
-}
-
-// The reference files of an uninterrupted fine or tracking scan, made in the device root
-// under ref.*, and the plan.
-struct SScanCase {
-    bool tracking;
-    CCleverFineScan fine;
-    CCleverTrkScan track;
-    std::string db, text;
-    int Run(CScanRunner& r, CInstrument& inst, const wchar_t* db, const wchar_t* txt) const {
-        return tracking ? r.Run(track, false, inst, db, txt) : r.Run(fine, inst, db, txt);
-    }
-    int Resume(CScanRunner& r, CInstrument& inst) const {
-        return tracking ? r.Resume(track, false, inst, L"\\scan.db", L"\\scan.txt")
-                        : r.Resume(fine, inst, L"\\scan.db", L"\\scan.txt");
-    }
-};
-
-// An uninterrupted run into ref.db and ref.txt under the host folder `dir`, read back.
-SScanCase MakeCase(bool tracking, const std::string& dir) {
-    SScanCase c{tracking, FinePlan(), TrackPlan(), "", ""};
-    CSimInstrument sim = Sim(0.01, 0.02, 3);
-    CScanRunner runner;
-    EXPECT_EQ(c.Run(runner, sim, L"\\ref.db", L"\\ref.txt"), 1);
-    c.db = ReadFileBytes(dir + "/ref.db");
-    c.text = ReadFileBytes(dir + "/ref.txt");
-    return c;
 }
 
 TEST_F(ScanRunnerTest, ResumeMendsWhatAnInterruptionLeaves) {
@@ -360,8 +321,7 @@ TEST_F(ScanRunnerTest, ResumeMendsWhatAnInterruptionLeaves) {
     for (int variant = 0; variant < 2; ++variant) {
         SCOPED_TRACE("variant " + std::to_string(variant));
         ClearLines();
-        CSimInstrument sim = Sim(0.01, 0.02, 3);
-        CFailingInstrument failing(sim, 40);
+        CFailingSim failing(NoisySim(), 40);
         CScanRunner runner;
         ASSERT_EQ(c.Run(runner, failing, L"\\scan.db", L"\\scan.txt"), 0);
         ASSERT_EQ(Lines().size(), 1u);
@@ -376,8 +336,6 @@ TEST_F(ScanRunnerTest, ResumeMendsWhatAnInterruptionLeaves) {
             // Cut off after the next record reached the database, while its line was being
             // written: the log's point is one behind, the text ends in a torn line.
             db += c.db.substr(kHead + stored * kRec, kRec);
-            const std::size_t lineEnd = c.text.find('\n', text.size());
-            ASSERT_NE(lineEnd, std::string::npos);
             text += c.text.substr(text.size(), 7);
         } else {
             // Cut off while a record was being appended, and the last text line lost.
@@ -386,7 +344,7 @@ TEST_F(ScanRunnerTest, ResumeMendsWhatAnInterruptionLeaves) {
         }
         WriteFileBytes(Path("scan.db"), db);
         WriteFileBytes(Path("scan.txt"), text);
-        CSimInstrument again = Sim(0.01, 0.02, 3);
+        CSimInstrument again = NoisySim();
         EXPECT_EQ(c.Resume(runner, again), 1);
         EXPECT_EQ(ReadFileBytes(Path("scan.db")), c.db);
         EXPECT_EQ(ReadFileBytes(Path("scan.txt")), c.text);
@@ -398,7 +356,7 @@ TEST_F(ScanRunnerTest, ResumeMendsWhatAnInterruptionLeaves) {
 
 TEST_F(ScanRunnerTest, ResumeRefusesFilesThatAreNotThisScansAndRunRefusesBadInput) {
     const SScanCase c = MakeCase(false, Path(""));
-    CSimInstrument sim = Sim(0.01, 0.02, 3);
+    CSimInstrument sim = NoisySim();
     CScanRunner runner;
     auto expectOneLine = [&](int result, const std::string& line) {
         EXPECT_EQ(result, 0);
@@ -412,11 +370,11 @@ TEST_F(ScanRunnerTest, ResumeRefusesFilesThatAreNotThisScansAndRunRefusesBadInpu
     EXPECT_EQ(ReadFileBytes(Path("ref.db")), c.db);
     EXPECT_EQ(ReadFileBytes(Path("ref.txt")), c.text);
     WriteFileBytes(Path("scan.db"), c.db);
-    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume log names another database");
+    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume name != dbPath");
     EXPECT_EQ(ReadFileBytes(Path("scan.db")), c.db);
 
     // An interrupted scan resumed with another plan, or with a database of other codes.
-    CFailingInstrument failing(sim, 30);
+    CFailingSim failing(sim, 30);
     ASSERT_EQ(c.Run(runner, failing, L"\\scan.db", L"\\scan.txt"), 0);
     ClearLines();
     CCleverFineScan otherPlan = c.fine;
@@ -427,14 +385,13 @@ TEST_F(ScanRunnerTest, ResumeRefusesFilesThatAreNotThisScansAndRunRefusesBadInpu
     std::string db = ReadFileBytes(Path("scan.db"));
     db[24] ^= 1;
     WriteFileBytes(Path("scan.db"), db);
-    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume database codes != log codes");
+    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume dbCodes != logCodes");
     EXPECT_EQ(ReadFileBytes(Path("scan.db")), db);
     // A database that lost its last two records, and one without its log.
     db[24] ^= 1;
     db.resize(db.size() - 2 * CSFile::kRecordSize);
     WriteFileBytes(Path("scan.db"), db);
-    expectOneLine(c.Resume(runner, sim),
-                  "CScanRunner::Resume log point is not one of the last two records");
+    expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume !pointOk");
     std::filesystem::remove(Path("temp/SDB.log"));
     expectOneLine(c.Resume(runner, sim), "CScanRunner::Resume log.GetLogInfo(...) != 0");
     EXPECT_EQ(ReadFileBytes(Path("scan.db")), db);
@@ -456,31 +413,20 @@ TEST_F(ScanRunnerTest, ResumeRefusesFilesThatAreNotThisScansAndRunRefusesBadInpu
 constexpr int kMinKills = 100;
 constexpr unsigned kKillSeed = 20240611;
 
-// Runs body in a child and kills it after delayUs microseconds unless it ended first. Returns
-// true when it was killed, false when body returned 1 and the child ended on its own.
+// Runs body in a child and kills it after delayUs microseconds unless it ended first (or
+// waits for its end). Returns true when it was killed; `failed` when body did not return 1.
 template <class Body>
-bool RunAndKill(Body body, long delayUs, bool& failed) {
+bool RunAndKill(Body body, long delayUs, bool& failed, bool wait = false) {
     const pid_t pid = fork();
     if (pid == 0) _exit(body() == 1 ? 0 : 1);
-    usleep(static_cast<useconds_t>(delayUs));
-    kill(pid, SIGKILL);
+    if (!wait) {
+        usleep(static_cast<useconds_t>(delayUs));
+        kill(pid, SIGKILL);
+    }
     int status = 0;
     waitpid(pid, &status, 0);
     failed = !WIFSIGNALED(status) && !(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     return WIFSIGNALED(status);
-}
-
-// Microseconds body takes in a child that runs to its end.
-template <class Body>
-long TimeChild(Body body) {
-    const auto t0 = std::chrono::steady_clock::now();
-    const pid_t pid = fork();
-    if (pid == 0) _exit(body() == 1 ? 0 : 1);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return static_cast<long>(
-        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - t0)
-            .count());
 }
 
 // True when the log's footer says that the scan ended cleanly.
@@ -492,21 +438,26 @@ bool LogSaysDone(const std::string& logPath) {
 TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) {
     const SScanCase cases[2] = {MakeCase(false, Path("")), MakeCase(true, Path(""))};
     auto run = [&](const SScanCase& c) {
-        CSimInstrument sim = Sim(0.01, 0.02, 3);
+        CSimInstrument sim = NoisySim();
         CScanRunner r;
         return c.Run(r, sim, L"\\scan.db", L"\\scan.txt");
     };
     auto resume = [&](const SScanCase& c) {
-        CSimInstrument sim = Sim(0.01, 0.02, 3);
+        CSimInstrument sim = NoisySim();
         CScanRunner r;
         return c.Resume(r, sim);
     };
-    // The fastest of a few uninterrupted runs: a busy machine only makes later runs slower,
-    // and so the kills land earlier in them, never after them.
+    // The fastest of a few uninterrupted runs in a child: a busy machine only makes later
+    // runs slower, and so the kills land earlier in them, never after them.
     long fullUs[2] = {0, 0};
     for (int t = 0; t < 2; ++t)
         for (int k = 0; k < 5; ++k) {
-            const long us = TimeChild([&]() { return run(cases[t]); });
+            const auto t0 = std::chrono::steady_clock::now();
+            bool failed = false;
+            RunAndKill([&]() { return run(cases[t]); }, 0, failed, true);
+            const long us = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                                  std::chrono::steady_clock::now() - t0)
+                                                  .count());
             fullUs[t] = k == 0 || us < fullUs[t] ? us : fullUs[t];
         }
     std::mt19937 rng(kKillSeed);
