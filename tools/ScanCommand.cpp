@@ -207,6 +207,7 @@ int RunJob(const ScanJobArgs& a, bool resume, kelscan_cli::Format format) {
 
 int RunScan(ScanJobArgs a, const std::vector<double>& backsight, kelscan_cli::Format format) {
     ApplyBacksight(a, backsight);
+    if (a.photo.empty()) return Fail("scan run needs --photo: it draws the scan onto it");
     if ((a.fine > 0.0) == (a.track > 0.0)) return Fail("give one of --fine or --track");
     if (a.fine < 0.0 || a.track < 0.0) return Fail("a spacing must be positive");
     return RunJob(a, false, format);

@@ -68,3 +68,6 @@ file(WRITE ${WORK}/region.csv "column,row\n100,300\n700,300\n400,20\n")
 expect_bad_input("${WORK}/region.csv:4: region vertex 3 (400, 20) does not meet the surface of ${S}/terrain_true.csv"
     scan run ${ORIENT} --image ${S}/control_truth.csv --photo ${S}/photo.jpg
     --region ${WORK}/region.csv --track 1 --out ${WORK}/x)
+expect_bad_input("scan run needs --photo: it draws the scan onto it"
+    scan run ${ORIENT} --image ${S}/control_truth.csv --region ${S}/region.csv --fine 1
+    --out ${WORK}/x)
