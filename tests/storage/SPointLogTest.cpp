@@ -113,7 +113,7 @@ TEST_F(SDBLogTest, SlotsAreGolden) {
     ASSERT_EQ(log.Start(), 0);
     long date = 0, time = 0;
     char text[] = "operator A";
-    const CKelString name(L"\\Data\\scan1.dbs");
+    const CKelString name(L"\\Data\\scan-0001.dbs");
     CSPoint p = GoldenPoint();
     // Header and record need no memory: they are written even when none is left.
     int header = -9, record = -9;
@@ -132,7 +132,7 @@ TEST_F(SDBLogTest, SlotsAreGolden) {
     want[16] = 1;                  // 16: version 1
     want[20] = 0xFB;               // 20: -5
     want[21] = want[22] = want[23] = 0xFF;
-    Put(want, 24, "\\Data\\scan1.dbs");  // 24: name
+    Put(want, 24, "\\Data\\scan-0001.dbs");  // 24: name
     want[88] = 0x82;                     // 88: 753026 = 0x000B7D82
     want[89] = 0x7D;
     want[90] = 0x0B;
