@@ -133,7 +133,7 @@ TEST_F(SDBLogTest, SlotsAreGolden) {
     want[20] = 0xFB;               // 20: -5
     want[21] = want[22] = want[23] = 0xFF;
     Put(want, 24, "\\Data\\scan-0001.dbs");  // 24: name
-    want[88] = 0x82;                     // 88: 753026 = 0x000B7D82
+    want[88] = 0x82;                         // 88: 753026 = 0x000B7D82
     want[89] = 0x7D;
     want[90] = 0x0B;
     want[92] = 0xE9;  // 92: 22028009 = 0x01501EE9
@@ -222,12 +222,10 @@ TEST_F(SDBLogTest, ModeZeroTouchesNothingAndFailuresAreNegative) {
     long d = 1, t = 1;
     CSPoint p;
     int v = 0;
-    EXPECT_EQ(log.Start(), 0);
-    EXPECT_EQ(log.WriteHeader(CKelString(L"x"), 1, d, t, nullptr), 0);
-    EXPECT_EQ(log.WriteRec(p), 0);
-    EXPECT_EQ(log.WriteFooter(1), 0);
-    EXPECT_EQ(log.JudgeSDBLog(), 0);
-    EXPECT_EQ(log.GetLogInfo(nullptr, v, nullptr, p, nullptr), 0);
+    EXPECT_EQ((std::vector<int>{log.Start(), log.WriteHeader(CKelString(L"x"), 1, d, t, nullptr),
+                                log.WriteRec(p), log.WriteFooter(1), log.JudgeSDBLog(),
+                                log.GetLogInfo(nullptr, v, nullptr, p, nullptr)}),
+              std::vector<int>(6, 0));
     EXPECT_EQ(d, 1);
     EXPECT_FALSE(kel_test::ReadFileBytes(HostPath("temp/SDB.log")).size() > 0);
 
