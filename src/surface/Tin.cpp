@@ -2,6 +2,7 @@
 #include "surface/Tin.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -536,6 +537,7 @@ void CTin::Optimization(int t, int e) {
         }
         if (flipped) {
             FlipDiagonal(m_tri, t, e, n, i);
+            assert(top + 3 <= m_optimStack.size());  // see ReserveOptimStack
             s[top] = n;
             s[top + 1] = i;
             s[top + 2] = depth + 1;
