@@ -150,16 +150,16 @@ int CTin::CreateTin(double angle) {
 }
 
 int CTin::Triangulation() {
+    const int start = m_tri.GetSize();
+    if (start < 1) return 0;
+    int count = start;  // the triangles made so far
     try {
         ReserveOptimStack();
-        const int start = m_tri.GetSize();
-        if (start < 1) return 0;
         const int n = m_point.GetSize();
         std::vector<char> inHull(static_cast<std::size_t>(n), 0);
         for (int i = 0; i < m_hull.GetSize(); ++i) inHull[static_cast<std::size_t>(m_hull[i])] = 1;
         m_tri.SetSize(2 * n > start ? 2 * n : start);
         m_iOptim = 0;
-        int count = start;
         int lastTri = 0;
         if (!m_locateGrid) {
             for (int i = 0; i < n; ++i) {
@@ -218,6 +218,8 @@ int CTin::Triangulation() {
         m_tri.SetSize(count);
         return 1;
     } catch (const std::bad_alloc&) {
+        // The mesh of the points inserted so far stays consistent.
+        if (m_tri.GetSize() > count) m_tri.SetSize(count);
         KEL_TRACE_ALWAYS(L"CTin::Triangulation CMemoryException");
         return 0;
     }
