@@ -14,7 +14,11 @@
 using namespace storage_test;
 using kel_text::CKelString;
 
-// The replaceable global allocator of this test program, which a test can make fail.
+// The replaceable global allocator of this test program, which a test can make fail. (GCC
+// takes these for its built-in operators and warns that free does not match new.)
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
 namespace {
 bool g_newFails = false;
 // Every allocation fails while one of these lives.

@@ -14,6 +14,11 @@
 #include "surface/Tin.h"
 #include "surface/TinExport.h"
 
+// GCC takes the operators below for its built-in ones and warns that free does not match new.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
 namespace {
 
 long g_failIn = -1;  // allocations to let through before one fails; -1 never
