@@ -1,6 +1,7 @@
 #include "ImageFiles.h"
 
-// clang-format off: jpeglib.h uses FILE and size_t without including their headers.
+// jpeglib.h uses FILE and size_t without including their headers: kept in this order.
+// clang-format off
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
