@@ -154,14 +154,10 @@ TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
                 if (o.v[l] != t.v[0] && o.v[l] != t.v[1] && o.v[l] != t.v[2]) d = o.v[l];
             ASSERT_GE(d, 0);
             // Exact on these small integers: d is not strictly inside the circle.
-            const CXYZ &a = tin.m_point[t.v[0]], &b = tin.m_point[t.v[1]];
-            const CXYZ &c = tin.m_point[t.v[2]], &p = tin.m_point[d];
-            const double ax = a.x - p.x, ay = a.y - p.y, bx = b.x - p.x, by = b.y - p.y;
-            const double cx = c.x - p.x, cy = c.y - p.y;
-            const double det = (ax * ax + ay * ay) * (bx * cy - cx * by) -
-                               (bx * bx + by * by) * (ax * cy - cx * ay) +
-                               (cx * cx + cy * cy) * (ax * by - bx * ay);
-            EXPECT_LE(det, 0.0) << "edge " << i << "/" << k;
+            EXPECT_LE(tin_test::InCircle(tin.m_point[t.v[0]], tin.m_point[t.v[1]],
+                                         tin.m_point[t.v[2]], tin.m_point[d]),
+                      0.0)
+                << "edge " << i << "/" << k;
         }
     }
 }
