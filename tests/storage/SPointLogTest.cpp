@@ -14,8 +14,10 @@
 using namespace storage_test;
 using kel_text::CKelString;
 
-// The replaceable global allocator of this test program, which a test can make fail. (GCC
-// takes these for its built-in operators and warns that free does not match new.)
+// The replaceable global allocator of this test program, which a test can make fail. The
+// operators are kept out of line so that a tool which puts its own in place (valgrind)
+// replaces both, not new alone. (GCC takes them for its built-in ones and warns that free
+// does not match new.)
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
@@ -27,13 +29,13 @@ struct NoMemory {
     ~NoMemory() { g_newFails = false; }
 };
 }  // namespace
-void* operator new(std::size_t n) {
+__attribute__((noinline)) void* operator new(std::size_t n) {
     void* p = g_newFails ? nullptr : std::malloc(n == 0 ? 1 : n);
     if (p == nullptr) throw std::bad_alloc();
     return p;
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 

@@ -14,7 +14,9 @@
 #include "surface/Tin.h"
 #include "surface/TinExport.h"
 
-// GCC takes the operators below for its built-in ones and warns that free does not match new.
+// The operators below are kept out of line so that a tool which puts its own in place
+// (valgrind) replaces both new and delete. GCC takes them for its built-in ones and warns
+// that free does not match new.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 #endif
@@ -39,22 +41,28 @@ void* Allocate(std::size_t n, std::size_t align) {
 
 }  // namespace
 
-void* operator new(std::size_t n) { return Allocate(n, 0); }
-void* operator new[](std::size_t n) { return Allocate(n, 0); }
-void* operator new(std::size_t n, std::align_val_t a) {
+__attribute__((noinline)) void* operator new(std::size_t n) { return Allocate(n, 0); }
+__attribute__((noinline)) void* operator new[](std::size_t n) { return Allocate(n, 0); }
+__attribute__((noinline)) void* operator new(std::size_t n, std::align_val_t a) {
     return Allocate(n, static_cast<std::size_t>(a));
 }
-void* operator new[](std::size_t n, std::align_val_t a) {
+__attribute__((noinline)) void* operator new[](std::size_t n, std::align_val_t a) {
     return Allocate(n, static_cast<std::size_t>(a));
 }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete[](void* p) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete[](void* p, std::align_val_t) noexcept {
+    std::free(p);
+}
+__attribute__((noinline)) void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
+    std::free(p);
+}
+__attribute__((noinline)) void operator delete[](void* p, std::size_t, std::align_val_t) noexcept {
+    std::free(p);
+}
 
 namespace {
 
