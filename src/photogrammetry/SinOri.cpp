@@ -129,6 +129,10 @@ int CSinOri::CalSinOri() {
         KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri n0 < 4 || n0 != n1");
         return 0;
     }
+    if (PhotoExtent(m_phc) > kel_photo::kMaxFieldRatio * m_focal) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri extent > kMaxFieldRatio * m_focal");
+        return 0;
+    }
     const Points kept(m_obj);
     const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
     Shift(m_obj, origin);
@@ -407,6 +411,10 @@ int CSinOri::SinIte() {
 int CSinOri::CalSinOri2() {
     const int n = m_obj.GetSize();
     if (n < 4 || n != m_phc.GetSize()) return 0;
+    if (PhotoExtent(m_phc) > kel_photo::kMaxFieldRatio * m_focal) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri2 extent > kMaxFieldRatio * m_focal");
+        return 0;
+    }
     const Points kept(m_obj);
     const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
     Points local(m_obj);
@@ -425,7 +433,11 @@ int CSinOri::CalSinOri2() {
                 CRot R;
                 R.SetMatrix(m_rotSys, CWPK(first[o] * toRad, second[k] * toRad, 0.0));
                 for (int i = 0; i < n; ++i) R.Rotate(local[i], m_obj[i]);
-                if (!SolveAnyStart() || !(m_rms.Len() < best)) continue;
+                // The DLT starts give the same camera in every turned frame (the DLT does not
+                // depend on the object frame's orientation): only the first trial takes them;
+                // every trial takes the start of a camera looking along its turned vertical.
+                const int ok = o == 0 && k == 0 ? SolveAnyStart() : SolveFrom(2);
+                if (!ok || !(m_rms.Len() < best)) continue;
                 best = m_rms.Len();
                 bestR = R;
                 bestRot = m_rot;

@@ -244,13 +244,75 @@ TEST_F(OrientationMatrixTest, EveryMethodOnEveryGeometryIsRightOrSaysNo) {
         }
     }
 
-    // Pixels (5 um) given where millimetres belong: no camera of this focal length fits.
-    Scene px(gs[0], 100);
-    for (int i = 0; i < px.g.n; ++i) px.ideal[i] *= 200.0;
-    for (const Method m : {kSinOri, kSinOri2}) {
-        ClearLines();
-        EXPECT_EQ(Orient(m, px).ok, 0) << kMethodName[m];
-        EXPECT_EQ(Lines().size(), 1u) << kMethodName[m];
+    // Pixels (5 um) given where millimetres belong: no camera of this focal length fits a
+    // spatial field; over a plane a camera close to the plane would fit exactly, so every method
+    // that is given the focal length refuses photo points that far out.
+    for (const std::size_t gi : {0, 7}) {
+        Scene px(gs[gi], 100);
+        for (int i = 0; i < px.g.n; ++i) px.ideal[i] *= 200.0;
+        for (const Method m : {kCalDlt, kDlt2D, kSinOri, kSinOri2}) {
+            if (m != kSinOri && m != kSinOri2 && !px.g.planar) continue;
+            ClearLines();
+            EXPECT_EQ(Orient(m, px).ok, 0) << px.g.name << " / " << kMethodName[m];
+            EXPECT_EQ(Lines().size(), 1u) << px.g.name << " / " << kMethodName[m];
+        }
+    }
+
+    // Four points (exact data) whose resection from the single start ends in a false minimum
+    // with residuals of 2 % of the photo extent and the centre 25 to 30 m off: the single
+    // start must not report it, the multi-start's trials find the camera.
+    struct Four {
+        double c, centre[3], ang[3], pts[4][5];  // X, Y, Z, x, y
+    };
+    const Four fours[] = {{8.8,
+                           {-0.72934961521011976, 5.8229716258470932, 30},
+                           {0.019720230408244735, 0.059958186162572535, 3.018475625570709},
+                           {{-10.436836910113065, 9.5059528340460986, 0.92611574998156954,
+                             2.202262897940229, -1.2647957670481598},
+                            {-0.92012554314968609, 9.1330909513483451, 3.1853469262384202,
+                             -0.59848482099845668, -0.91247459467041958},
+                            {-4.4468416233168906, 0.12131123588314896, 3.4142122964884862,
+                             0.91931601096410354, 1.8888345394702606},
+                            {-4.2664780380238376, -1.290555941710795, 4.1842359489425505,
+                             0.96138150540312584, 2.4253820862422057}}},
+                          {35,
+                           {-8.5462611023640598, -3.6180289325967054, 4.9815610026681281},
+                           {-1.3172935546544045, -0.094230200944756648, 1.2538010377319098},
+                           {{13.173337121446711, -4.3245901294710336, 2.7518561298407747,
+                             13.235755614293232, 6.3404147538625111},
+                            {2.9396804811954667, 4.4448753061183277, -3.0089274572481983,
+                             -7.6798051697005505, -10.913535756853481},
+                            {10.583159909082934, 4.1410642464799663, 2.2765048284337217,
+                             -1.9476272325761319, 4.1191485912591537},
+                            {11.249849644773434, 4.1958420708462496, 2.8210552699052749,
+                             -1.7305078826054656, 5.1863774697414398}}}};
+    for (const Four& f : fours) {
+        Points obj, phc;
+        for (int i = 0; i < 4; ++i) {
+            const std::wstring name = std::to_wstring(i + 1);
+            CXYZ o(name.c_str(), f.pts[i][0], f.pts[i][1], f.pts[i][2]);
+            CXYZ p(name.c_str(), f.pts[i][3], f.pts[i][4], 0.0);
+            obj.Add(o);
+            phc.Add(p);
+        }
+        const CXYZ centre(f.centre[0], f.centre[1], f.centre[2]);
+        CRot truth;
+        truth.SetMatrix(ROT_KPW, CWPK(f.ang[0], f.ang[1], f.ang[2]));
+        for (const Method m : {kSinOri, kSinOri2}) {
+            CSinOri so;
+            ASSERT_EQ(so.Create(obj, phc, f.c), 1);
+            ClearLines();
+            const int ok = m == kSinOri ? so.CalSinOri() : so.CalSinOri2();
+            if (ok) {
+                EXPECT_LT(so.m_pos.Len(centre), 1e-9) << f.c << " " << kMethodName[m];
+                EXPECT_LT(RotGap(so.m_rot, truth), 1e-10) << f.c << " " << kMethodName[m];
+            } else {
+                EXPECT_EQ(Lines().size(), 1u) << f.c << " " << kMethodName[m];
+            }
+            if (m == kSinOri2) {
+                EXPECT_EQ(ok, 1) << f.c;
+            }
+        }
     }
 
     // 0.002 mm of noise on 16 points: the resections' standard errors cover the truth and
