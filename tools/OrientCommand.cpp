@@ -341,6 +341,13 @@ int Orient(std::ostream& out, Input in, const std::string& format, const std::st
                             ? "cannot read " + cameraFile
                             : cameraFile + ":" + std::to_string(cam.GetLastReadLine()) +
                                   ": missing or unreadable camera line");
+        // The camera file's reader keeps a value whose line holds no number and reads on, so
+        // a broken file shows as values no camera has.
+        if (!(cam.m_focal > 0.0) || !(cam.m_resolution.x > 0.0) || !(cam.m_resolution.y > 0.0))
+            return Fail(cameraFile + ": focal length " + Fixed(cam.m_focal, 6) +
+                        " mm, pixel size " + Fixed(cam.m_resolution.x, 6) + " x " +
+                        Fixed(cam.m_resolution.y, 6) +
+                        " mm: all must be positive (is a line of the file not a number?)");
         if (const int rc = ReadPoints(imageFile, 2, phc)) return rc;
         ImgToPhc(cam, phc);  // relative to the principal point from here on
         in.x0 = in.y0 = 0.0;
@@ -419,6 +426,8 @@ void Setup(CLI::App& app) {
     static OrientArgs oa;
     CLI::App* orient = app.add_subcommand(
         "orient", "Orient the camera from control points (DLT variants or resection)");
+    // "-v shows why": -v may follow the sub-command too.
+    orient->fallthrough();
     orient->add_option("--object", oa.object, "Control points CSV: name,X,Y,Z")->required();
     orient->add_option("--photo", oa.photo,
                        "Photo points CSV: name,x,y in mm, corrected for distortion (measured "

@@ -50,7 +50,7 @@ int CLeastSq::Create(int m, int n) {
         m_weight.SetSize(m);
         m_var.SetSize(m);
     } catch (const std::bad_alloc&) {
-        KEL_TRACE_ALWAYS(L"CLeastSq::Create bad_alloc");
+        KEL_TRACE_ALWAYS(L"CLeastSq::Create CMemoryException");
         Create(0, 0);
         return 0;
     }
@@ -113,7 +113,9 @@ int CLeastSq::SetObeq(int col, double v) {
 }
 
 void CLeastSq::IncrementColumn() {
-    ++obeqColumn;
+    // An equation whose row could not be grown (obeqColumn == m_equationNum) is retried, not
+    // stepped over: stepping over it would leave every later equation one row past the engine.
+    if (obeqColumn < m_equationNum) ++obeqColumn;
     if (obeqColumn < m_equationNum) return;
     try {
         Obeq.SetSize((m_equationNum + 1) * m_Row, 0.0);
@@ -121,7 +123,7 @@ void CLeastSq::IncrementColumn() {
         m_var.SetSize(m_equationNum + 1, 0.0);
         ++m_equationNum;
     } catch (const std::bad_alloc&) {
-        KEL_TRACE_ALWAYS(L"CLeastSq::IncrementColumn bad_alloc");
+        KEL_TRACE_ALWAYS(L"CLeastSq::IncrementColumn CMemoryException");
     }
 }
 

@@ -49,7 +49,9 @@ public:
     // Weight of the current equation (0 with no current equation) or of equation e.
     int SetWeight(double w);
     int SetWeight(int e, double w);
-    // Advances to the next equation without writing.
+    // Advances to the next equation without writing, growing the engine by one equation when
+    // needed. Out of memory: one line ("CMemoryException"), and the next call retries the
+    // same equation.
     void IncrementColumn();
 
     // Root-free LDL^T solve of the symmetric normal equations, with inverse and sigma.

@@ -14,6 +14,13 @@ namespace kel_photo {
 // test gives the same answer in metres, millimetres or surveying coordinates.
 constexpr double kCoplanarLimit = 1e-6;
 
+// Photo points may lie at most this multiple of the focal length from the principal point (a
+// field angle of 78.7 degrees off the axis): no lens that the collinearity equations describe
+// sees farther out. Methods that are given the focal length refuse photo points beyond it,
+// which are almost always pixels given where millimetres belong; over planar control such
+// points fit a camera close to the plane exactly and would otherwise pass every other check.
+constexpr double kMaxFieldRatio = 5.0;
+
 struct KELSCAN_API ControlSpread {
     CXYZ centroid;
     // Unit principal axes (rows, largest spread first) and the mean squared spread along each.

@@ -237,9 +237,10 @@ void CDlt::AddPlaneRows(CLeastSq& obeq) const {
     }
 }
 
-// Refuses control that is not coplanar (its camera would be wrong however small the residuals)
-// and planes seen edge-on from above (no map from (X, Y)); takes the principal point from
-// m_fixedPp.
+// Refuses control that is not coplanar (its camera would be wrong however small the residuals),
+// planes seen edge-on from above (no map from (X, Y)) and photo points farther than
+// kel_photo::kMaxFieldRatio focal lengths from the principal point; takes the principal point
+// from m_fixedPp.
 int CDlt::CalDlt2D() {
     BeginLocal();
     return EndLocal(Dlt2D());
@@ -282,6 +283,14 @@ int CDlt::Dlt2D() {
     }
     if (!SpreadInPlan(m_obj, spread.centroid)) {
         KEL_TRACE_ALWAYS(L"CDlt::CalDlt2D !SpreadInPlan()");
+        return 0;
+    }
+    // Pixels given where millimetres belong fit a camera close to the plane exactly.
+    double extent = 0.0;
+    for (int i = 0; i < num; ++i)
+        extent = std::fmax(extent, std::hypot(m_phc[i].x - m_fixedPp.x, m_phc[i].y - m_fixedPp.y));
+    if (m_fixedFocal > 0.0 && extent > kel_photo::kMaxFieldRatio * m_fixedFocal) {
+        KEL_TRACE_ALWAYS(L"CDlt::CalDlt2D extent > kMaxFieldRatio * m_fixedFocal");
         return 0;
     }
     CLeastSq obeq(2 * num, 8);

@@ -30,7 +30,10 @@
 // Which solution applies is decided by the shape of the control (kel_photo::kCoplanarLimit):
 // the spatial solutions refuse coplanar control (their 11 parameters are then not determined),
 // the plane solution refuses control that is not coplanar or whose plane is too steep for a
-// map from (X, Y) (a vertical wall), and CalDlt takes the one that applies.
+// map from (X, Y) (a vertical wall), and CalDlt takes the one that applies. The plane solution,
+// which is given the focal length, also refuses photo points farther than
+// kel_photo::kMaxFieldRatio focal lengths from its principal point (pixels where millimetres
+// belong, which over planar control fit a camera close to the plane exactly).
 //
 // Every failure writes one trace line and returns 0; a failed solution empties m_b.
 #include <cstdint>

@@ -129,6 +129,10 @@ int CSinOri::CalSinOri() {
         KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri n0 < 4 || n0 != n1");
         return 0;
     }
+    if (PhotoExtent(m_phc) > kel_photo::kMaxFieldRatio * m_focal) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri extent > kMaxFieldRatio * m_focal");
+        return 0;
+    }
     const Points kept(m_obj);
     const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
     Shift(m_obj, origin);
@@ -146,13 +150,16 @@ int CSinOri::SolveFrom(int start) {
     return started && SinIte() && CheckSolution();
 }
 
-int CSinOri::SolveAnyStart() {
+int CSinOri::SolveAnyStart(int* direct) {
     const kel_photo::ControlSpread spread = kel_photo::CalControlSpread(m_obj);
-    const int first = m_obj.GetSize() >= 6 && !spread.IsCoplanar() ? 0 : 1;
+    const int coplanar = spread.IsCoplanar();
+    const int first = m_obj.GetSize() >= 6 && !coplanar ? 0 : 1;
+    if (direct) *direct = 0;
     for (int start = first; start < 2; ++start) {
         TraceHold hold;
         if (SolveFrom(start)) {
             hold.Release();
+            if (direct) *direct = start == 0 || coplanar ? 1 : 0;
             return 1;
         }
     }
@@ -407,6 +414,10 @@ int CSinOri::SinIte() {
 int CSinOri::CalSinOri2() {
     const int n = m_obj.GetSize();
     if (n < 4 || n != m_phc.GetSize()) return 0;
+    if (PhotoExtent(m_phc) > kel_photo::kMaxFieldRatio * m_focal) {
+        KEL_TRACE_ALWAYS(L"CSinOri::CalSinOri2 extent > kMaxFieldRatio * m_focal");
+        return 0;
+    }
     const Points kept(m_obj);
     const CXYZ origin = kel_photo::CalControlSpread(m_obj).centroid;
     Points local(m_obj);
@@ -416,16 +427,21 @@ int CSinOri::CalSinOri2() {
     static const double second[] = {0, 45, -45, 90, -90, 135, -135, 180};
     const double toRad = kel_math::kPi * (1.0 / 180.0);
     double best = DBL_MAX;
+    int direct = 0;
     CRot bestR, bestRot;
     CXYZ bestPos;
     {
         TraceHold quiet;
-        for (int o = 0; o < 5 && best > stopRms; ++o) {
-            for (int k = 0; k < 8 && best > stopRms; ++k) {
+        for (int o = 0; o < 5 && best > stopRms && !direct; ++o) {
+            for (int k = 0; k < 8 && best > stopRms && !direct; ++k) {
                 CRot R;
                 R.SetMatrix(m_rotSys, CWPK(first[o] * toRad, second[k] * toRad, 0.0));
                 for (int i = 0; i < n; ++i) R.Rotate(local[i], m_obj[i]);
-                if (!SolveAnyStart() || !(m_rms.Len() < best)) continue;
+                // The DLT starts give the same camera in every turned frame (the DLT does not
+                // depend on the object frame's orientation): only the first trial takes them;
+                // every trial takes the start of a camera looking along its turned vertical.
+                const int ok = o == 0 && k == 0 ? SolveAnyStart(&direct) : SolveFrom(2);
+                if (!ok || !(m_rms.Len() < best)) continue;
                 best = m_rms.Len();
                 bestR = R;
                 bestRot = m_rot;

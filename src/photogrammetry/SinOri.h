@@ -17,7 +17,9 @@
 // small against the unknowns (kMaxLastStep), and the RMS residual at most kMaxRmsRatio of the
 // photo extent of the control (the largest distance of a photo point from the principal
 // point). Without them a diverging iteration can meet the relative stop rule and report a
-// centre light-years away as a success.
+// centre light-years away as a success. Before solving, both methods refuse photo points
+// farther than kel_photo::kMaxFieldRatio focal lengths from the principal point (pixels given
+// where millimetres belong).
 #include <cstdint>
 
 #include "geometry/KelArray.h"
@@ -36,11 +38,13 @@ public:
     // centre to the control's centroid, and the last angle correction at most this (rad).
     static constexpr double kMaxLastStep = 1e-4;
     // The RMS residual (length of the x and y RMS) may be at most this fraction of the photo
-    // extent of the control.
-    static constexpr double kMaxRmsRatio = 0.02;
+    // extent of the control: about 10 pixels at the edge of a 4000 x 3000 photo, far beyond
+    // measuring noise. A false minimum of 4 or 5 points can leave residuals of 2 % of the
+    // extent and a centre metres off.
+    static constexpr double kMaxRmsRatio = 0.005;
     // CalSinOri2 stops at the first trial whose checked solution has an RMS residual at most
-    // this fraction of the photo extent (the measuring noise; a false minimum leaves much
-    // larger residuals), instead of running all 40 trials.
+    // this fraction of the photo extent (exact data or very low noise; a false minimum leaves
+    // much larger residuals), instead of running all 40 trials.
     static constexpr double kStopRmsRatio = 1e-3;
 
     CSinOri();
@@ -64,8 +68,17 @@ public:
     int CalSinOri();
     // CalSinOri's solution tried from up to 40 trial attitudes (the object points turned by
     // first angle 0, +-45, +-90 degrees and second angle 0, +-45, +-90, +-135, 180 degrees);
-    // the checked trial with the smallest RMS residual wins, and the search stops early at a
-    // trial whose RMS residual is at most kStopRmsRatio of the photo extent. The winner is
+    // the checked trial with the smallest RMS residual wins. The first trial (not turned)
+    // starts as CalSinOri does; the DLT starts would give the same camera in any turned
+    // frame, so every other trial starts from a camera looking along its turned vertical (the
+    // Helmert start), which makes the trials a search over attitudes. The search stops early:
+    // - after the first trial when it passed the checks from a DLT that solves the control's
+    //   shape directly (the spatial DLT of 6 or more points that are not coplanar, the plane
+    //   DLT of coplanar control): its iteration started next to the least-squares camera, not
+    //   from a guess, and no other start can do better than that minimum;
+    // - at a trial whose RMS residual is at most kStopRmsRatio of the photo extent.
+    // So the trials run where the start is a guess: 4 or 5 points that are not coplanar, or a
+    // first trial that failed. The winner is
     // turned back and iterated once more in the given frame, so that its standard errors
     // (m_sigma) belong to the reported centre and angles. The trials write no trace lines;
     // when none succeeds one line says so.
@@ -101,7 +114,9 @@ private:
     // Start (0 spatial DLT, 1 plane DLT, 2 Helmert), iteration and checks on m_obj as it is.
     int SolveFrom(int start);
     // Tries the starts in turn; lines of a start that is followed by another are not written.
-    int SolveAnyStart();
+    // *direct (when given) becomes 1 when the solution came from a DLT that solves the
+    // control's shape directly (the spatial DLT, or the plane DLT of coplanar control).
+    int SolveAnyStart(int* direct = nullptr);
     // The checks after the iteration; computes the residuals.
     int CheckSolution();
     // The spatial or the plane DLT start.

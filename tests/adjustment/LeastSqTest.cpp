@@ -190,7 +190,16 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     }
     if (limited) {
         EXPECT_EQ(wide.SetObeq(0, 1.0), 0);
-        EXPECT_EQ(Lines(), (std::vector<std::string>{"CLeastSq::IncrementColumn bad_alloc"}));
+        EXPECT_EQ(wide.SetObeq(1, 1.0), 0);  // into the equation that does not exist
+        EXPECT_EQ(Lines(), (std::vector<std::string>{
+                               "CLeastSq::IncrementColumn CMemoryException",
+                               "CLeastSq::SetObeq obeqColumn < 0 || obeqColumn >= m_equationNum"}));
+        // With memory back, the next equation takes the row that could not be grown.
+        g_refuseAbove = static_cast<std::size_t>(-1);
+        EXPECT_EQ(wide.SetObeq(0, 1.0), 1);
+        EXPECT_EQ(wide.SetObeq(2000, 3.0), 1);
+        EXPECT_EQ(wide.GetCurrentObeqNumber(), 2);
+        EXPECT_EQ(wide.GetObeqSize(), 2);
     } else {
         std::printf("operator new is not ours here: the out-of-memory step is not checked\n");
     }

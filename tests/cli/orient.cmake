@@ -43,6 +43,21 @@ expect_in("\npairs,5\niterations,0\ncentre," orient --object ${WORK}/flat_obj.cs
     --photo ${WORK}/flat_phc.csv --focal 8.8 --principal -0.5 0.25 --format csv)
 expect_in("\"angles_sigma_rad\": [" orient --object ${WORK}/flat_obj.csv
     --photo ${WORK}/flat_phc.csv --focal 8.8 --principal -0.5 0.25 --method resection --format json)
+# The same photo in pixels of 1/600 mm: no lens of 8.8 mm sees that far out, although a camera
+# close to the plane would fit it exactly. -v may follow the sub-command.
+file(WRITE ${WORK}/flat_px.csv "1,1460,150\n2,-300,1910\n3,-2060,-730\n4,580,-1610\n5,1108,1558\n")
+expect_bad_input("the dlt solution failed on these points (-v shows why)" orient
+    --object ${WORK}/flat_obj.csv --photo ${WORK}/flat_px.csv --focal 8.8)
+run_kelscan(out rc err orient --object ${WORK}/flat_obj.csv --photo ${WORK}/flat_px.csv
+    --focal 8.8 --method resection -v)
+if(NOT rc EQUAL 2 OR NOT err MATCHES "^CSinOri::CalSinOri extent > kMaxFieldRatio \\* m_focal\nkelscan: ")
+    message(FATAL_ERROR "orient -v on pixels: rc=${rc}\n${err}")
+endif()
+file(READ ${DATA}/camera.cam cam)
+string(REPLACE "4\t\t\t\t\t// number of distortion" "four\t\t\t\t\t// number of distortion" cam "${cam}")
+file(WRITE ${WORK}/wordy.cam "${cam}")
+expect_bad_input("${WORK}/wordy.cam: focal length 8.800000 mm, pixel size -0.002150 x 0.000048 mm: all must be positive (is a line of the file not a number?)"
+    orient --object ${DATA}/control_object.csv --camera ${WORK}/wordy.cam --image ${DATA}/control_image.csv)
 file(WRITE ${WORK}/broken.cam "8.8\n3.341\n\n")
 expect_bad_input("${WORK}/broken.cam:3: missing or unreadable camera line" orient
     --object ${DATA}/control_object.csv --camera ${WORK}/broken.cam --image ${DATA}/control_image.csv)
