@@ -195,6 +195,19 @@ TEST_F(ScanProjectTest, OrientCalcFromControlFarFromTheOrigin) {
             EXPECT_NEAR(v1, v2, kDegTol);
         }
 
+    // Failures: one line each, the resection's own when it is the one that fails.
+    CXYZArray line = obj;  // the control on one straight line: no camera fits
+    for (int i = 0; i < line.GetSize(); ++i)
+        line[i].SetXYZ(kStation.x + 10.0 + i, kStation.y + 20.0 + 2.0 * i, 105.0 + 0.5 * i);
+    ClearLines();
+    EXPECT_EQ(p.OrientCalc(img, line), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CSinOri::CalSinOri2 best == DBL_MAX");
+    p.m_pCamera->m_focal = 0.0;  // a camera without its file
+    ClearLines();
+    EXPECT_EQ(p.OrientCalc(img, obj), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CKelScanProject::OrientCalc !ori.Create(objPair, imgPair, focal)");
     ClearLines();
     while (obj.GetSize() > 3) obj.RemoveAt(0);
     EXPECT_EQ(p.OrientCalc(img, obj), 0);
