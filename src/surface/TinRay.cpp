@@ -33,26 +33,30 @@ inline std::uint32_t Spread3(std::uint32_t v) {
     return v;
 }
 
-// The float next to f towards +infinity (Up) or -infinity (Down), for finite f.
-inline float FloatUp(float f) {
-    if (f == 0.0f) return FLT_TRUE_MIN;
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &f, sizeof bits);
-    bits = f > 0.0f ? bits + 1 : bits - 1;
-    std::memcpy(&f, &bits, sizeof f);
+// A float no greater (Below) or no smaller (Above) than x; NaN stays NaN. Written with a
+// select rather than a branch: whether the conversion rounded up is a coin toss.
+inline std::uint32_t FloatBits(float f) {
+    std::uint32_t b = 0;
+    std::memcpy(&b, &f, sizeof b);
+    return b;
+}
+inline float BitsFloat(std::uint32_t b) {
+    float f = 0.0f;
+    std::memcpy(&f, &b, sizeof f);
     return f;
 }
-inline float FloatDown(float f) { return -FloatUp(-f); }
-
-// A float no greater (Below) or no smaller (Above) than x, |x| within the float range.
 inline float FloatBelow(double x) {
+    if (x < -FLT_MAX) return -std::numeric_limits<float>::infinity();
+    if (x > FLT_MAX) return FLT_MAX;
     const float f = static_cast<float>(x);
-    return static_cast<double>(f) > x ? FloatDown(f) : f;
+    const std::uint32_t b = FloatBits(f);
+    // The next float down: from +-0 the smallest negative; the pattern of a positive value
+    // decreases, that of a negative one increases.
+    const std::uint32_t down =
+        (b & 0x7FFFFFFFu) == 0 ? 0x80000001u : (b >> 31 != 0 ? b + 1 : b - 1);
+    return BitsFloat(static_cast<double>(f) > x ? down : b);
 }
-inline float FloatAbove(double x) {
-    const float f = static_cast<float>(x);
-    return static_cast<double>(f) < x ? FloatUp(f) : f;
-}
+inline float FloatAbove(double x) { return -FloatBelow(-x); }
 
 #if defined(__SSE2__)
 // RayTriangle on two triangles at once: lane k tests (ak, bk, ck). Each lane runs
@@ -164,13 +168,14 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
     m_reach = 0.5 * ext + m_pad + 1.0;
 
     // Morton codes of the triangles' centroids in cubic cells, 1024 along the longest extent
-    // (finer cells would only order the few triangles of a leaf), with the triangles' vertices
-    // copied beside them (the sorted copy reads them from here rather than from the larger
-    // mesh); then sorted with their index by an LSD radix sort.
+    // (finer cells would only order the few triangles of a leaf), each with its triangle's
+    // index below it in one 64-bit item, sorted by an LSD radix sort of three 10-bit digits
+    // (the counts of all three taken while the codes are made).
+    constexpr int kBits = 10, kDigits = 3;
+    constexpr std::uint32_t kMask = (1u << kBits) - 1;
     const double cell = ext > 0.0 ? 1023.0 / (3.0 * ext) : 0.0;  // of the vertex sum
-    Array<std::uint32_t> key(static_cast<std::size_t>(n)), tmpKey(key.size());
-    Array<std::int32_t> order(key.size()), tmpOrder(key.size());
-    Array<std::int32_t> triVertex(key.size() * 3);
+    Array<std::uint64_t> item(static_cast<std::size_t>(n)), tmp(item.size());
+    std::vector<std::size_t> count(static_cast<std::size_t>(kDigits) << kBits, 0);
     for (int i = 0; i < n; ++i) {
         std::uint32_t code = 0;
         const std::int32_t* v = tr[i].v;
@@ -188,43 +193,35 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
                 std::min(1023.0, std::max(0.0, (p0[a] + p1[a] + p2[a] - 3.0 * cmin[a]) * cell));
             code |= Spread3(static_cast<std::uint32_t>(q)) << a;
         }
-        key[static_cast<std::size_t>(i)] = code;
-        order[static_cast<std::size_t>(i)] = i;
-        std::int32_t* tv = &triVertex[static_cast<std::size_t>(i) * 3];
-        tv[0] = v[0];
-        tv[1] = v[1];
-        tv[2] = v[2];
+        item[static_cast<std::size_t>(i)] =
+            static_cast<std::uint64_t>(code) << 32 | static_cast<std::uint32_t>(i);
+        for (int dg = 0; dg < kDigits; ++dg)
+            ++count[(static_cast<std::size_t>(dg) << kBits) + (code >> (kBits * dg) & kMask)];
     }
-    constexpr int kBits = 10;
-    constexpr std::uint32_t kMask = (1u << kBits) - 1;
-    std::vector<std::size_t> count((1u << kBits) + 1);
-    for (int shift = 0; shift < 30; shift += kBits) {
-        std::fill(count.begin(), count.end(), 0);
-        for (std::uint32_t k : key) ++count[((k >> shift) & kMask) + 1];
-        for (std::size_t b = 1; b < count.size(); ++b) count[b] += count[b - 1];
-        for (std::size_t i = 0; i < key.size(); ++i) {
-            const std::size_t dst = count[(key[i] >> shift) & kMask]++;
-            tmpKey[dst] = key[i];
-            tmpOrder[dst] = order[i];
+    for (int dg = 0; dg < kDigits; ++dg) {
+        std::size_t* c = &count[static_cast<std::size_t>(dg) << kBits];
+        std::size_t sum = 0;
+        for (std::size_t b = 0; b <= kMask; ++b) {
+            const std::size_t k = c[b];
+            c[b] = sum;
+            sum += k;
         }
-        key.swap(tmpKey);
-        order.swap(tmpOrder);
+        const int shift = 32 + kBits * dg;
+        for (const std::uint64_t it : item) tmp[c[it >> shift & kMask]++] = it;
+        item.swap(tmp);
     }
-    tmpKey = Array<std::uint32_t>();
-    tmpOrder = Array<std::int32_t>();
+    tmp = Array<std::uint64_t>();
     // The triangles in sorted order: their vertices and their index in the mesh.
     m_tri.resize(static_cast<std::size_t>(n) * 4);
     for (int j = 0; j < n; ++j) {
-        const int i = order[static_cast<std::size_t>(j)];
-        const std::int32_t* tv = &triVertex[static_cast<std::size_t>(i) * 3];
+        const int i = static_cast<int>(item[static_cast<std::size_t>(j)] & 0xFFFFFFFFu);
+        const std::int32_t* tv = tr[i].v;
         std::int32_t* q = &m_tri[static_cast<std::size_t>(j) * 4];
         q[0] = tv[0];
         q[1] = tv[1];
         q[2] = tv[2];
         q[3] = i;
     }
-    order = Array<std::int32_t>();
-    triVertex = Array<std::int32_t>();
     // Room for the nodes of a typical mesh (about one a dozen triangles); more are appended.
     m_node.reserve(static_cast<std::size_t>(n / 8 + 1));
     double lo[3], hi[3];
@@ -232,45 +229,54 @@ CTinRayIndex::CTinRayIndex(const CTin& tin) {
         m_node.emplace_back();
         Node root = {};
         for (std::uint8_t& o : root.order) o = 0xE4;  // slots 3, 2, 1, 0: any permutation
-        SetChild(root, 0, 0, n, key, lo, hi);
+        SetChild(root, 0, 0, n, item, lo, hi);
         m_node[0] = root;
         return;
     }
-    Build(0, n, key, lo, hi);
+    Build(0, n, item, lo, hi);
 }
 
-int CTinRayIndex::Split(int begin, int end, const Array<std::uint32_t>& code, int& axis) {
-    const std::uint32_t c0 = code[static_cast<std::size_t>(begin)];
-    const std::uint32_t c1 = code[static_cast<std::size_t>(end - 1)];
+int CTinRayIndex::Split(int begin, int end, const Array<std::uint64_t>& code, int& axis) {
+    const std::uint32_t c0 =
+        static_cast<std::uint32_t>(code[static_cast<std::size_t>(begin)] >> 32);
+    const std::uint32_t c1 =
+        static_cast<std::uint32_t>(code[static_cast<std::size_t>(end - 1)] >> 32);
     axis = 0;
     if (c0 == c1) return begin + (end - begin) / 2;
     int bit = 31;
     while (((c0 ^ c1) >> bit & 1u) == 0) --bit;
     axis = bit % 3;  // bit 3 k + a of a code is bit k of axis a
-    const std::uint32_t splitBit = 1u << bit;
+    const std::uint64_t splitBit = std::uint64_t(1) << (32 + bit);
     return static_cast<int>(
         std::partition_point(code.begin() + begin, code.begin() + end,
-                             [&](std::uint32_t c) { return (c & splitBit) == 0; }) -
+                             [&](std::uint64_t c) { return (c & splitBit) == 0; }) -
         code.begin());
 }
 
 void CTinRayIndex::LeafBox(int begin, int end, double lo[3], double hi[3]) const {
-    for (int a = 0; a < 3; ++a) {
-        lo[a] = DBL_MAX;
-        hi[a] = -DBL_MAX;
-    }
+    // Local bounds: the arrays passed in could alias m_xyz, which would make the compiler
+    // store and reload them on every vertex.
+    double x0 = DBL_MAX, y0 = DBL_MAX, z0 = DBL_MAX, x1 = -DBL_MAX, y1 = -DBL_MAX, z1 = -DBL_MAX;
     for (int j = begin; j < end; ++j)
         for (int k = 0; k < 3; ++k) {
             const double* p =
                 &m_xyz[static_cast<std::size_t>(m_tri[static_cast<std::size_t>(j) * 4 + k]) * 3];
-            for (int a = 0; a < 3; ++a) {
-                lo[a] = std::min(lo[a], p[a]);
-                hi[a] = std::max(hi[a], p[a]);
-            }
+            x0 = std::min(x0, p[0]);
+            x1 = std::max(x1, p[0]);
+            y0 = std::min(y0, p[1]);
+            y1 = std::max(y1, p[1]);
+            z0 = std::min(z0, p[2]);
+            z1 = std::max(z1, p[2]);
         }
+    lo[0] = x0;
+    lo[1] = y0;
+    lo[2] = z0;
+    hi[0] = x1;
+    hi[1] = y1;
+    hi[2] = z1;
 }
 
-void CTinRayIndex::SetChild(Node& nd, int c, int begin, int end, const Array<std::uint32_t>& code,
+void CTinRayIndex::SetChild(Node& nd, int c, int begin, int end, const Array<std::uint64_t>& code,
                             double lo[3], double hi[3]) {
     if (end - begin <= kLeafSize) {
         LeafBox(begin, end, lo, hi);
@@ -287,7 +293,7 @@ void CTinRayIndex::SetChild(Node& nd, int c, int begin, int end, const Array<std
     nd.used = static_cast<std::uint8_t>(nd.used | 1u << c);
 }
 
-int CTinRayIndex::Build(int begin, int end, const Array<std::uint32_t>& code, double lo[3],
+int CTinRayIndex::Build(int begin, int end, const Array<std::uint64_t>& code, double lo[3],
                         double hi[3]) {
     const int node = static_cast<int>(m_node.size());
     m_node.emplace_back();

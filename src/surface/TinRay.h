@@ -118,13 +118,14 @@ private:
     // its index, and its box unpadded in lo, hi. Its range is split in two, then the part
     // with the most triangles again while there are fewer than four parts and one holds more
     // than a leaf; each part becomes a leaf or a node.
-    int Build(int begin, int end, const Array<std::uint32_t>& code, double lo[3], double hi[3]);
+    int Build(int begin, int end, const Array<std::uint64_t>& code, double lo[3], double hi[3]);
     // Where [begin, end) splits and along which axis: where the highest differing bit of the
-    // codes turns on (the two halves of a Morton cell), or the middle when all codes are equal.
-    static int Split(int begin, int end, const Array<std::uint32_t>& code, int& axis);
+    // codes (the upper halves of the sorted items) turns on (the two halves of a Morton
+    // cell), or the middle when all codes are equal.
+    static int Split(int begin, int end, const Array<std::uint64_t>& code, int& axis);
     void LeafBox(int begin, int end, double lo[3], double hi[3]) const;
     // Sets slot c of nd to the triangles [begin, end), a leaf or a new node.
-    void SetChild(Node& nd, int c, int begin, int end, const Array<std::uint32_t>& code,
+    void SetChild(Node& nd, int c, int begin, int end, const Array<std::uint64_t>& code,
                   double lo[3], double hi[3]);
 
     Array<double> m_xyz;        // the mesh's vertices, x y z each
