@@ -4,20 +4,25 @@
 // when its mesh changes.
 //
 // The index answers exactly as the test of every triangle in index order would: the smallest
-// ray parameter t > 0, and among equal t the lowest triangle index. Its leaves run the very
-// operations of RayTriangle, in the same order (two triangles a time in SSE2 lanes, whose
-// arithmetic is the scalar IEEE arithmetic), so the point is bit for bit the brute force's;
-// its boxes are padded (kPadRel of the mesh's coordinate scale) so that no triangle the test
-// accepts is culled by rounding.
+// ray parameter t > 0, and among equal t (a ray through a shared edge or vertex) the lowest
+// triangle index. Its leaves run the very operations of RayTriangle, in the same order (two
+// triangles a time in SSE2 lanes, whose arithmetic is the scalar IEEE arithmetic), so t and
+// the point are bit for bit the brute force's. Its boxes are padded by kPadRel of the mesh's
+// coordinate scale, far more than the rounding by which RayTriangle can accept a triangle the
+// ray only grazes, and the box tests never cull a box the ray meets: in floats (four boxes a
+// register) with margins that cover their rounding, or in doubles when a direction component
+// is zero or values leave the float range (see Intersect). tests/surface/TinRayTest.cpp holds
+// the index to the brute force on rays down to 1e-9 of a triangle's plane, through vertices
+// and edges, from a thousand kilometres and of any length.
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
 
 #include "geometry/XYZ.h"
 #include "platform/Export.h"
-#include "platform/PageBlock.h"
 
 class CTin;
 
@@ -60,7 +65,9 @@ KELSCAN_API int IntersectAll(const CTin& tin, const CXYZ& origin, const CXYZ& di
 
 // Built from the mesh's triangles sorted along a Morton curve of their centroids (cells of one
 // size on every axis, so that a flat site is split across its plan before its few centimetres
-// of height), four children a node. About 35 bytes a triangle for a scan surface.
+// of height), four children a node. It holds about 38 bytes a triangle on a scan surface (16
+// for the triangle, 12 for its share of the vertices, 10 for the nodes), against the mesh's
+// own 64 (its triangle and its share of the vertices).
 class CTinRayIndex {
 public:
     static constexpr int kLeafSize = 8;      // most triangles in a leaf
@@ -77,11 +84,14 @@ public:
     int Intersect(const CTin& tin, const CXYZ& origin, const CXYZ& dir, double& t, int& tri) const;
 
 private:
-    // The arrays' allocator: large blocks mapped as the surface's own arrays are; a new
-    // element is left uninitialised (every one is written before it is read), so that sizing
-    // an array writes nothing.
+    // The arrays' allocator: the heap's, where a new element is left uninitialised (every one
+    // is written before it is read, so sizing an array writes nothing). Not the huge-page
+    // blocks of the surface's own arrays: right after a triangulation the system had to
+    // compact memory for each fresh huge page (milliseconds each, which doubled the build on a
+    // busy machine), while the heap's small pages cost microseconds and are reused from one
+    // build to the next. The queries lose about a tenth to the smaller pages.
     template <class T>
-    struct Allocator : kel_pages::Allocator<T> {
+    struct Allocator : std::allocator<T> {
         template <class U>
         struct rebind {
             using other = Allocator<U>;
