@@ -87,22 +87,22 @@ std::string TranslateFormat(const char* fmt) { return Translate(fmt, false); }
 namespace {
 
 // One C-library call for one conversion whose number text does not depend on the locale
-// (integers, characters, strings, pointers): spec holds no '*' any more.
+// (integers, characters, strings, pointers): the directive holds no '*' any more.
 template <class A>
-bool CallC(std::string& out, const std::string& spec, A value) {
-    const int n = std::snprintf(nullptr, 0, spec.c_str(), value);
+bool CallC(std::string& out, const std::string& format, A value) {
+    const int n = std::snprintf(nullptr, 0, format.c_str(), value);
     if (n < 0) return false;
     std::vector<char> buf(static_cast<std::size_t>(n) + 1);
-    std::snprintf(buf.data(), buf.size(), spec.c_str(), value);
+    std::snprintf(buf.data(), buf.size(), format.c_str(), value);
     out.append(buf.data(), static_cast<std::size_t>(n));
     return true;
 }
 
 template <class A>
-bool CallC(std::wstring& out, const std::wstring& spec, A value) {
+bool CallC(std::wstring& out, const std::wstring& format, A value) {
     std::vector<wchar_t> buf(64);
     for (;;) {
-        const int n = std::swprintf(buf.data(), buf.size(), spec.c_str(), value);
+        const int n = std::swprintf(buf.data(), buf.size(), format.c_str(), value);
         if (n >= 0 && static_cast<std::size_t>(n) < buf.size()) {
             out.append(buf.data(), static_cast<std::size_t>(n));
             return true;
@@ -115,7 +115,7 @@ bool CallC(std::wstring& out, const std::wstring& spec, A value) {
 
 // A parsed conversion: flags, width and precision (resolved, -1 when absent), length, type.
 template <class T>
-struct Spec {
+struct Directive {
     std::basic_string<T> flags;
     int width = -1;
     int precision = -1;
@@ -140,25 +140,25 @@ struct Spec {
 
 // A floating conversion through the locale-independent number text, padded as printf pads.
 template <class T, class F>
-bool FloatText(std::basic_string<T>& out, const Spec<T>& spec, F value) {
-    std::string s =
-        kel_num::Printf(value, static_cast<char>(spec.conv), spec.precision, spec.Has('#'));
+bool FloatText(std::basic_string<T>& out, const Directive<T>& directive, F value) {
+    std::string s = kel_num::Printf(value, static_cast<char>(directive.conv), directive.precision,
+                                    directive.Has('#'));
     if (s.empty()) return false;
     std::size_t body = 0;  // where zero padding goes: after the sign and "0x"
     if (s[0] == '-') {
         body = 1;
-    } else if (spec.Has('+') || spec.Has(' ')) {
-        s.insert(0, 1, spec.Has('+') ? '+' : ' ');
+    } else if (directive.Has('+') || directive.Has(' ')) {
+        s.insert(0, 1, directive.Has('+') ? '+' : ' ');
         body = 1;
     }
     if (s.size() > body + 1 && s[body] == '0' && (s[body + 1] == 'x' || s[body + 1] == 'X'))
         body += 2;
-    const std::size_t width = spec.width > 0 ? static_cast<std::size_t>(spec.width) : 0;
+    const std::size_t width = directive.width > 0 ? static_cast<std::size_t>(directive.width) : 0;
     if (s.size() < width) {
         const std::size_t pad = width - s.size();
-        if (spec.Has('-'))
+        if (directive.Has('-'))
             s.append(pad, ' ');
-        else if (spec.Has('0') && std::isfinite(value))
+        else if (directive.Has('0') && std::isfinite(value))
             s.insert(body, pad, '0');
         else
             s.insert(0, pad, ' ');
@@ -192,51 +192,52 @@ bool Walk(std::basic_string<T>& out, const std::basic_string<T>& f, va_list args
             out += *p++;
             continue;
         }
-        Spec<T> spec;
-        while (IsFlag(*p)) spec.flags += *p++;
+        Directive<T> directive;
+        while (IsFlag(*p)) directive.flags += *p++;
         if (*p == '*') {
             ++p;
-            spec.width = va_arg(ap, int);
-            if (spec.width < 0) {
-                spec.flags += T('-');
-                spec.width = spec.width == INT_MIN ? INT_MAX : -spec.width;
+            directive.width = va_arg(ap, int);
+            if (directive.width < 0) {
+                directive.flags += T('-');
+                directive.width = directive.width == INT_MIN ? INT_MAX : -directive.width;
             }
         } else {
             for (; IsDigit(*p); ++p)
-                spec.width = (spec.width < 0 ? 0 : spec.width) * 10 + (*p - '0');
+                directive.width = (directive.width < 0 ? 0 : directive.width) * 10 + (*p - '0');
         }
         if (*p == '.') {
             ++p;
-            spec.precision = 0;
+            directive.precision = 0;
             if (*p == '*') {
                 ++p;
-                spec.precision = va_arg(ap, int);
-                if (spec.precision < 0) spec.precision = -1;
+                directive.precision = va_arg(ap, int);
+                if (directive.precision < 0) directive.precision = -1;
             } else {
-                for (; IsDigit(*p); ++p) spec.precision = spec.precision * 10 + (*p - '0');
+                for (; IsDigit(*p); ++p)
+                    directive.precision = directive.precision * 10 + (*p - '0');
             }
         }
         for (; IsLength(*p); ++p) {
             // Windows' I64, I32 and bare I (pointer-sized).
             if (*p == 'I') {
                 if (p[1] == '6' && p[2] == '4') {
-                    spec.length += "ll";
+                    directive.length += "ll";
                     p += 2;
                 } else if (p[1] == '3' && p[2] == '2') {
                     p += 2;
                 } else {
-                    spec.length += 'z';
+                    directive.length += 'z';
                 }
                 continue;
             }
-            if (*p != 'w') spec.length += static_cast<char>(*p);  // w: wide, for %s/%c only
+            if (*p != 'w') directive.length += static_cast<char>(*p);  // w: wide, for %s/%c only
         }
-        spec.conv = *p;
+        directive.conv = *p;
         if (*p != 0) ++p;
-        const std::string& len = spec.length;
+        const std::string& len = directive.length;
         const bool ll = len == "ll" || len == "q" || len == "L";
-        const std::basic_string<T> c = spec.Rebuilt();
-        switch (spec.conv) {
+        const std::basic_string<T> c = directive.Rebuilt();
+        switch (directive.conv) {
             case 'd':
             case 'i':
                 if (ll)
@@ -284,8 +285,8 @@ bool Walk(std::basic_string<T>& out, const std::basic_string<T>& f, va_list args
             case 'G':
             case 'a':
             case 'A':
-                ok = len == "L" ? FloatText(out, spec, va_arg(ap, long double))
-                                : FloatText(out, spec, va_arg(ap, double));
+                ok = len == "L" ? FloatText(out, directive, va_arg(ap, long double))
+                                : FloatText(out, directive, va_arg(ap, double));
                 break;
             default:
                 ok = false;  // %n, an unknown type or a format cut short

@@ -2,6 +2,7 @@
 #include "surface/Tin.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstring>
 #include <new>
@@ -151,72 +152,87 @@ int CTin::CreateTin(double angle) {
 int CTin::Triangulation() {
     const int start = m_tri.GetSize();
     if (start < 1) return 0;
-    const int n = m_point.GetSize();
-    std::vector<char> inHull(static_cast<std::size_t>(n), 0);
-    for (int i = 0; i < m_hull.GetSize(); ++i) inHull[static_cast<std::size_t>(m_hull[i])] = 1;
-    m_tri.SetSize(2 * n > start ? 2 * n : start);
-    m_iOptim = 0;
-    int count = start;
-    int lastTri = 0;
-    if (!m_locateGrid) {
+    int count = start;  // the triangles made so far
+    try {
+        ReserveOptimStack();
+        const int n = m_point.GetSize();
+        std::vector<char> inHull(static_cast<std::size_t>(n), 0);
+        for (int i = 0; i < m_hull.GetSize(); ++i) inHull[static_cast<std::size_t>(m_hull[i])] = 1;
+        m_tri.SetSize(2 * n > start ? 2 * n : start);
+        m_iOptim = 0;
+        int lastTri = 0;
+        if (!m_locateGrid) {
+            for (int i = 0; i < n; ++i) {
+                if (inHull[static_cast<std::size_t>(i)]) continue;
+                DivideTri(i, count, lastTri);
+            }
+            m_tri.SetSize(count);
+            return 1;
+        }
+        // The hull's corners span the points' range.
+        double x0 = m_point[m_hull[0]].x, x1 = x0, y0 = m_point[m_hull[0]].y, y1 = y0;
+        for (int k = 1; k < m_hull.GetSize(); ++k) {
+            const CXYZ& p = m_point[m_hull[k]];
+            x0 = std::min(x0, p.x);
+            x1 = std::max(x1, p.x);
+            y0 = std::min(y0, p.y);
+            y1 = std::max(y1, p.y);
+        }
+        CLocateGrid grid(x0, y0, x1, y1, lastTri);
+        int lastPt = -1, inserted = m_hull.GetSize();
+        const CXYZ* pts = m_point.GetData();
+        const CTri* tris = m_tri.GetData();
         for (int i = 0; i < n; ++i) {
             if (inHull[static_cast<std::size_t>(i)]) continue;
-            DivideTri(i, count, lastTri);
+            grid.Fit(inserted);
+            // Points in no spatial order find their start triangles in cold memory: fetch the
+            // cell's triangle two points ahead and that triangle's corners one point ahead.
+            if (i + 2 < n) {
+                const CLocateGrid::CEntry& ahead = grid.At(pts[i + 2].x, pts[i + 2].y);
+                Prefetch(tris + ahead.tri);
+                if (ahead.pt >= 0) Prefetch(pts + ahead.pt);
+            }
+            if (i + 1 < n) {
+                const CTri& ahead = tris[grid.At(pts[i + 1].x, pts[i + 1].y).tri];
+                for (int k = 0; k < 3; ++k) Prefetch(pts + ahead.v[k]);
+            }
+            const CXYZ& p = m_point[i];
+            CLocateGrid::CEntry& cell = grid.At(p.x, p.y);
+            // The walk starts at whichever of the previous point and the cell's point is nearer:
+            // for the previous point, at the first triangle its split added. That triangle keeps
+            // the point as a corner through the flips, as the one it was found in does, but on scan
+            // rows it lies toward the next point far more often: a million-point scan took 3 walk
+            // steps per point from it against 11 from the found triangle.
+            int tri = lastTri;
+            if (cell.pt >= 0 &&
+                (lastPt < 0 || Dist2(p, m_point[cell.pt]) < Dist2(p, m_point[lastPt])))
+                tri = cell.tri;
+            const int added = count;
+            if (DivideTri(i, count, tri)) {
+                lastTri = added;
+                lastPt = i;
+                cell = CLocateGrid::CEntry{tri, i};
+                ++inserted;
+            }
         }
         m_tri.SetSize(count);
         return 1;
+    } catch (const std::bad_alloc&) {
+        // The mesh of the points inserted so far stays consistent.
+        if (m_tri.GetSize() > count) m_tri.SetSize(count);
+        KEL_TRACE_ALWAYS(L"CTin::Triangulation CMemoryException");
+        return 0;
     }
-    // The hull's corners span the points' range.
-    double x0 = m_point[m_hull[0]].x, x1 = x0, y0 = m_point[m_hull[0]].y, y1 = y0;
-    for (int k = 1; k < m_hull.GetSize(); ++k) {
-        const CXYZ& p = m_point[m_hull[k]];
-        x0 = std::min(x0, p.x);
-        x1 = std::max(x1, p.x);
-        y0 = std::min(y0, p.y);
-        y1 = std::max(y1, p.y);
-    }
-    CLocateGrid grid(x0, y0, x1, y1, lastTri);
-    int lastPt = -1, inserted = m_hull.GetSize();
-    const CXYZ* pts = m_point.GetData();
-    const CTri* tris = m_tri.GetData();
-    for (int i = 0; i < n; ++i) {
-        if (inHull[static_cast<std::size_t>(i)]) continue;
-        grid.Fit(inserted);
-        // Points in no spatial order find their start triangles in cold memory: fetch the
-        // cell's triangle two points ahead and that triangle's corners one point ahead.
-        if (i + 2 < n) {
-            const CLocateGrid::CEntry& ahead = grid.At(pts[i + 2].x, pts[i + 2].y);
-            Prefetch(tris + ahead.tri);
-            if (ahead.pt >= 0) Prefetch(pts + ahead.pt);
-        }
-        if (i + 1 < n) {
-            const CTri& ahead = tris[grid.At(pts[i + 1].x, pts[i + 1].y).tri];
-            for (int k = 0; k < 3; ++k) Prefetch(pts + ahead.v[k]);
-        }
-        const CXYZ& p = m_point[i];
-        CLocateGrid::CEntry& cell = grid.At(p.x, p.y);
-        // The walk starts at whichever of the previous point and the cell's point is nearer:
-        // for the previous point, at the first triangle its split added. That triangle keeps
-        // the point as a corner through the flips, as the one it was found in does, but on scan
-        // rows it lies toward the next point far more often: a million-point scan took 3 walk
-        // steps per point from it against 11 from the found triangle.
-        int tri = lastTri;
-        if (cell.pt >= 0 && (lastPt < 0 || Dist2(p, m_point[cell.pt]) < Dist2(p, m_point[lastPt])))
-            tri = cell.tri;
-        const int added = count;
-        if (DivideTri(i, count, tri)) {
-            lastTri = added;
-            lastPt = i;
-            cell = CLocateGrid::CEntry{tri, i};
-            ++inserted;
-        }
-    }
-    m_tri.SetSize(count);
-    return 1;
 }
 
 int CTin::DivideTri(int pt, int& ntri, int& tri) {
     DropRayIndex();
+    try {
+        ReserveOptimStack();
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::DivideTri CMemoryException");
+        return 0;
+    }
     int status = 0, side = 0;
     const CXYZ& p = m_point[pt];
     const int it = FindTri(tri, p.x, p.y, status, side);
@@ -243,6 +259,7 @@ int CTin::DivideTri(const double& x, const double& y, const double& z) {
             KEL_TRACE_ALWAYS(L"CTin::DivideTri tri < 0 || status < 0 || status == 1");
             return 0;
         }
+        ReserveOptimStack();
         CXYZ p(x, y, z);
         const int pt = m_point.Add(p);
         m_tri.SetSize(nTri + 2);
@@ -346,7 +363,9 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
 
 namespace {
 // Bit `from` of flag moved to bit `to`.
-inline std::int32_t MoveBit(std::int32_t flag, int from, int to) { return ((flag >> from) & 1) << to; }
+inline std::int32_t MoveBit(std::int32_t flag, int from, int to) {
+    return ((flag >> from) & 1) << to;
+}
 
 // Redirects the link of triangle q that named `from` to `to` (q may be -1).
 inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
@@ -358,8 +377,8 @@ inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, in
 
 // SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)
 // (p at slot e1) and t2 (the slot of t1 in t2's links is e2, d opposite) becomes p - d.
-inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1,
-                         int t2, int e2) {
+inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1, int t2,
+                         int e2) {
     CTin::CTri& A = *(tri.GetData() + t1);
     CTin::CTri& B = *(tri.GetData() + t2);
     const int ne2 = Next(e2);
@@ -383,8 +402,7 @@ inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int
     Relink(tri, outerA, t1, t2);
 }
 
-void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2,
-            std::int32_t flag = 0) {
+void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2, std::int32_t flag = 0) {
     t.v[0] = v0;
     t.v[1] = v1;
     t.v[2] = v2;
@@ -480,14 +498,19 @@ void CTin::Optimization(int t, int e) {
     const CXYZ* pt = m_point.GetData();
     const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
     const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
-    std::vector<int>& stack = m_optimStack;  // scratch: entries [0, top) are pending
-    if (stack.size() < 96) stack.resize(96);
-    int* s = stack.data();
+    try {
+        ReserveOptimStack();
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::Optimization CMemoryException");
+        return;
+    }
+    int* s = m_optimStack.data();  // scratch: entries [0, top) are pending
     std::size_t top = 0;
     const int base = m_iOptim;
     // (t, e, depth) is the call being worked on. After a flip it is (t, e) again one level
-    // deeper, so that one stays in registers and only (n, i) is pushed.
-    int depth = base;
+    // deeper, so that one stays in registers and only (n, i) is pushed. A negative depth
+    // counts as 0.
+    int depth = base < 0 ? 0 : base;
     for (;;) {
         m_iOptim = depth;
         bool flipped = false;
@@ -498,7 +521,7 @@ void CTin::Optimization(int t, int e) {
             CTri& tt = tri[t];
             const int pe = Prev(e);
             n = tt.nb[pe];
-            if (n >= 0 && (tt.flag & FixedBit(pe)) == 0) {  // a break-line edge stays
+            if (n >= 0 && (tt.flag & FixedBit(pe)) == 0) {             // a break-line edge stays
                 if (static_cast<unsigned>(n) >= nTri) (void)m_tri[n];  // a broken link: fatal
                 CTri& nn = tri[n];
                 i = SlotOf(nn.nb, t);
@@ -516,10 +539,7 @@ void CTin::Optimization(int t, int e) {
         }
         if (flipped) {
             FlipDiagonal(m_tri, t, e, n, i);
-            if (top + 3 > stack.size()) {
-                stack.resize(2 * stack.size());
-                s = stack.data();
-            }
+            assert(top + 3 <= m_optimStack.size());  // see ReserveOptimStack
             s[top] = n;
             s[top + 1] = i;
             s[top + 2] = depth + 1;
@@ -534,6 +554,13 @@ void CTin::Optimization(int t, int e) {
         depth = s[top + 2];
     }
     m_iOptim = base;
+}
+
+void CTin::ReserveOptimStack() {
+    // The pending calls hold strictly rising depths, each at most OPTIM_LEVEL (a flip is made
+    // below it only): OPTIM_LEVEL triples at the most.
+    constexpr std::size_t kInts = 3 * static_cast<std::size_t>(OPTIM_LEVEL);
+    if (m_optimStack.size() < kInts) m_optimStack.resize(kInts);
 }
 
 int CTin::CheckOptim(int a, int p, int b, int d) const {

@@ -39,7 +39,7 @@ public:
         std::int32_t v[2];
     };
 
-    static constexpr int OPTIM_LEVEL = 10000;  // deepest recursion of Optimization
+    static constexpr int OPTIM_LEVEL = 10000;    // deepest recursion of Optimization
     static constexpr double kDefaultEps = 1e-6;  // coordinate tolerance (m)
     static constexpr int kNameBytes = 256;       // name field of the surface files
 
@@ -90,6 +90,11 @@ public:
     // when it comes back to a triangle (Brent's cycle test) or takes more steps than there are
     // triangles.
     int FindTri(int start, const double& x, const double& y, int& status, int& side) const;
+    // The splits and the edge legalisation after them (Lawson flips, at most OPTIM_LEVEL
+    // deep). Optimization keeps its pending calls on a stack sized once for the deepest
+    // cascade; when that memory cannot be had it writes "CTin::Optimization CMemoryException"
+    // and flips nothing (the mesh stays consistent). The operations above that flip size it
+    // first, so for them it is a failure result.
     void DivideTriInside(int pt, int& ntri, int tri);
     void DivideTriOnSide(int pt, int& ntri, int tri, int side);
     void Optimization(int tri, int edge);
@@ -107,7 +112,8 @@ public:
     // Recomputes every neighbour link from the vertex indices (quadratic; for AddTri meshes).
     void UpdateTopology();
 
-    // Start triangulation steps of CreateTin. MakeConvexHull removes every corner of the
+    // Start triangulation steps of CreateTin, each 1, or 0 (after "CTin::<step>
+    // CMemoryException" when memory runs out). MakeConvexHull removes every corner of the
     // outline that does not turn the convex way (CheckTurn), three-vertex outlines included:
     // three collinear points would otherwise make a degenerate start triangle.
     int MakeBoundaryFromPts();
@@ -212,12 +218,12 @@ public:
     // removes points, InitData, Copy, SetEPS and the batch calls included, keeps the index
     // exact.)
     kel_templ::CKelArray<CXYZ, CXYZ&> m_point;
-    kel_templ::CKelArray<CTri, CTri&> m_tri;    // triangles
-    CXYZ m_range[2];                            // min and max corner
-    double m_eps;                               // coordinate tolerance (m)
-    double m_eps2;                              // m_eps squared (m²)
-    int m_iOptim;                               // current Optimization depth
-    CPolyline m_boundary;                       // outer boundary drawn by the host
+    kel_templ::CKelArray<CTri, CTri&> m_tri;  // triangles
+    CXYZ m_range[2];                          // min and max corner
+    double m_eps;                             // coordinate tolerance (m)
+    double m_eps2;                            // m_eps squared (m²)
+    int m_iOptim;                             // current Optimization depth
+    CPolyline m_boundary;                     // outer boundary drawn by the host
 
 private:
     // Blocks shared by the file layouts.
@@ -231,6 +237,9 @@ private:
     int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
                      const kel_templ::CKelArray<int, int>& order, double cx, double cy);
     void ResetCellIndex();
+    // Sizes Optimization's stack for the deepest cascade, so that no flip allocates; throws
+    // std::bad_alloc. Every operation that flips calls it before its first change.
+    void ReserveOptimStack();
     // DivideTriOnSide's split of t alone into two (an edge without a neighbour).
     void SplitOnBoundary(int pt, int& ntri, int tri, int side);
     void CopyData(const CTin& src);
@@ -251,12 +260,12 @@ private:
     bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 
     kel_text::CKelString m_name;
-    kel_templ::CKelArray<int, int> m_hull;               // start-triangulation vertices
+    kel_templ::CKelArray<int, int> m_hull;  // start-triangulation vertices
     kel_templ::CKelArray<CBreakLine, CBreakLine&> m_breakLine;
-    kel_templ::CKelArray<double, double> m_depth;        // per vertex (m)
+    kel_templ::CKelArray<double, double> m_depth;         // per vertex (m)
     kel_templ::CKelArray<double, double> m_texU, m_texV;  // per vertex, 0..1
-    int m_nAdd;                                          // batch counter
-    bool m_locateGrid = true;                            // see UseLocateGrid
+    int m_nAdd;                                           // batch counter
+    bool m_locateGrid = true;                             // see UseLocateGrid
     std::vector<int> m_optimStack;  // pending Optimization calls: triangle, edge, depth
 
     // Cell index of AddPoint: cells kCellEps tolerances wide in an open-addressing table

@@ -102,7 +102,7 @@ int CTin::ForceSegment(int s, int& tri) {
     const int w = MeshVertex(b, tri);
     if (u < 0 || w < 0) return 0;
     if (u == w) return 1;  // both ends at one spot: nothing to force
-    MeshVertex(u, tri);  // a triangle round u
+    MeshVertex(u, tri);    // a triangle round u
     // New vertices lie on the line from a to b and take their height from it.
     const CXYZ A(m_point[a].x, m_point[a].y, m_point[a].z);
     const double ex = m_point[b].x - A.x, ey = m_point[b].y - A.y, dz = m_point[b].z - A.z;
@@ -124,9 +124,9 @@ int CTin::ForceSegment(int s, int& tri) {
             for (int v : {p, q}) {
                 const CXYZ& V = m_point[v];
                 const double tv = along(V);
-                if (v == w || (tv > tu && tv < 1.0 &&
-                               std::fabs(kel_tin::CrossOf(m_point[a], m_point[b], V.x, V.y)) <=
-                                   m_eps * len))
+                if (v == w ||
+                    (tv > tu && tv < 1.0 &&
+                     std::fabs(kel_tin::CrossOf(m_point[a], m_point[b], V.x, V.y)) <= m_eps * len))
                     next = v;  // the segment runs along the edge u - v
             }
             if (next >= 0) break;
@@ -179,6 +179,7 @@ int CTin::BreakLine() {
     DropRayIndex();
     if (m_point.GetSize() < 3 || m_tri.GetSize() < 1) return 0;
     try {
+        ReserveOptimStack();
         m_point.Reserve(m_point.GetSize() + m_tri.GetSize());
         m_tri.Reserve(5 * m_tri.GetSize());
         int tri = 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -82,8 +83,10 @@ int Exportable(const CTin& tin, const wchar_t* writer) {
         for (int k = 0; k < 3; ++k) {
             const CXYZ& p = tin.m_point[tin.GetTri(i).v[k]];
             if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
-                KEL_TRACE_ALWAYS(L"%s !std::isfinite(p.x) || !std::isfinite(p.y) || "
-                                 L"!std::isfinite(p.z)", writer);
+                KEL_TRACE_ALWAYS(
+                    L"%s !std::isfinite(p.x) || !std::isfinite(p.y) || "
+                    L"!std::isfinite(p.z)",
+                    writer);
                 return 0;
             }
         }
@@ -121,7 +124,10 @@ void MeshLines(const CTin& tin, std::ostream& out, std::string& s, const std::ve
 
 }  // namespace
 
-std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed) {
+namespace {
+
+// NumberTinVertices, which may throw std::bad_alloc.
+std::vector<int> Numbered(const CTin& tin, int& nUsed) {
     std::vector<int> number(static_cast<std::size_t>(tin.GetPointSize()), 0);
     for (int i = 0; i < tin.GetTriSize(); ++i)
         for (int k = 0; k < 3; ++k) number[static_cast<std::size_t>(tin.GetTri(i).v[k])] = 1;
@@ -131,10 +137,36 @@ std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed) {
     return number;
 }
 
-int WriteTinPly(const CTin& tin, std::ostream& out) {
+// A writer's body, run so that running out of memory gives 0 and one line "<writer>
+// CMemoryException" instead of an exception.
+template <class Body>
+int Guarded(const wchar_t* writer, Body body) {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"%s CMemoryException", writer);
+        return 0;
+    }
+}
+
+}  // namespace
+
+std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed) {
+    try {
+        return Numbered(tin, nUsed);
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"NumberTinVertices CMemoryException");
+        nUsed = -1;
+        return std::vector<int>();
+    }
+}
+
+namespace {
+
+int PlyText(const CTin& tin, std::ostream& out) {
     if (!Exportable(tin, L"WriteTinPly")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberTinVertices(tin, nUsed);
+    const std::vector<int> number = Numbered(tin, nUsed);
     std::string s =
         "ply\nformat ascii 1.0\ncomment kelscan surface: x east, y north, z up (m)\n"
         "element vertex " +
@@ -146,10 +178,10 @@ int WriteTinPly(const CTin& tin, std::ostream& out) {
     return Finish(out, s, L"WriteTinPly !out");
 }
 
-int WriteTinObj(const CTin& tin, std::ostream& out) {
+int ObjText(const CTin& tin, std::ostream& out) {
     if (!Exportable(tin, L"WriteTinObj")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberTinVertices(tin, nUsed);
+    const std::vector<int> number = Numbered(tin, nUsed);
     std::string s = "# kelscan surface: x east, y north, z up (m)\n# " + std::to_string(nUsed) +
                     " vertices, " + std::to_string(tin.GetTriSize()) + " triangles\n";
     MeshLines(
@@ -157,10 +189,10 @@ int WriteTinObj(const CTin& tin, std::ostream& out) {
     return Finish(out, s, L"WriteTinObj !out");
 }
 
-int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name, const SYSTEMTIME& when) {
+int LandXmlText(const CTin& tin, std::ostream& out, const char* name, const SYSTEMTIME& when) {
     if (!Exportable(tin, L"WriteTinLandXml")) return 0;
     int nUsed = 0;
-    const std::vector<int> number = NumberTinVertices(tin, nUsed);
+    const std::vector<int> number = Numbered(tin, nUsed);
     double zMin = 0.0, zMax = 0.0;
     bool first = true;
     ForUsed(tin, number, [&](int, const CXYZ& p) {
@@ -207,8 +239,6 @@ int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name, const 
     return Finish(out, s, L"WriteTinLandXml !out");
 }
 
-namespace {
-
 // Plan-to-picture mapping: x to the right, y up (the SVG's own y runs down).
 struct SvgFrame {
     double x0 = 0.0, y1 = 0.0, scale = 1.0;
@@ -234,14 +264,12 @@ std::string Ramp(double f) {
     return buf;
 }
 
-}  // namespace
-
-int WriteTinSvg(const CTin& tin, std::ostream& out,
-                const kel_templ::CKelArray<CPolyline, CPolyline&>* breakLines) {
+int SvgText(const CTin& tin, std::ostream& out,
+            const kel_templ::CKelArray<CPolyline, CPolyline&>* breakLines) {
     if (!Exportable(tin, L"WriteTinSvg")) return 0;
     // Extent of the used vertices (the break lines lie inside or on it once forced in).
     int nUsed = 0;
-    const std::vector<int> number = NumberTinVertices(tin, nUsed);
+    const std::vector<int> number = Numbered(tin, nUsed);
     double lo[3] = {0, 0, 0}, hi[3] = {0, 0, 0};
     bool first = true;
     ForUsed(tin, number, [&](int, const CXYZ& p) {
@@ -344,4 +372,23 @@ int WriteTinSvg(const CTin& tin, std::ostream& out,
     }
     s += " m</tspan></text>\n</svg>\n";
     return Finish(out, s, L"WriteTinSvg !out");
+}
+
+}  // namespace
+
+int WriteTinPly(const CTin& tin, std::ostream& out) {
+    return Guarded(L"WriteTinPly", [&] { return PlyText(tin, out); });
+}
+
+int WriteTinObj(const CTin& tin, std::ostream& out) {
+    return Guarded(L"WriteTinObj", [&] { return ObjText(tin, out); });
+}
+
+int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name, const SYSTEMTIME& when) {
+    return Guarded(L"WriteTinLandXml", [&] { return LandXmlText(tin, out, name, when); });
+}
+
+int WriteTinSvg(const CTin& tin, std::ostream& out,
+                const kel_templ::CKelArray<CPolyline, CPolyline&>* breakLines) {
+    return Guarded(L"WriteTinSvg", [&] { return SvgText(tin, out, breakLines); });
 }

@@ -12,8 +12,8 @@
 //
 // Each writer returns 1, or 0 after one trace line when the surface has no triangle, when a
 // vertex of a triangle is not finite (NaN or infinite: it would reach the other program as
-// "nan" or "inf") or the stream failed. What was written before a stream failure stays in the
-// stream.
+// "nan" or "inf"), the stream failed or memory ran out ("<writer> CMemoryException"). What
+// was written before a failure stays in the stream.
 #include <ostream>
 #include <vector>
 
@@ -27,7 +27,8 @@ class CTin;
 constexpr int kTinExportDecimals = 6;  // decimals of every exported coordinate (m): 1 µm
 
 // The export number of each vertex (1-based, in vertex order), 0 for a vertex no triangle
-// uses; nUsed receives the count of used vertices.
+// uses; nUsed receives the count of used vertices (-1, with an empty result and the line
+// "NumberTinVertices CMemoryException", when memory runs out).
 KELSCAN_API std::vector<int> NumberTinVertices(const CTin& tin, int& nUsed);
 
 // "ply", "format ascii 1.0", comments, element vertex (double x, y, z), element face (list

@@ -74,37 +74,42 @@ int CTin::UpdatePtRange() {
     return 1;
 }
 int CTin::MakeBoundaryFromPts() {
-    const int n = m_point.GetSize();
-    if (n < 3 || !UpdatePtRange()) return 0;
-    if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
-        KEL_TRACE_ALWAYS(
-            L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
-            L"m_range[1].y - m_range[0].y ) <= m_eps )");
+    try {
+        const int n = m_point.GetSize();
+        if (n < 3 || !UpdatePtRange()) return 0;
+        if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
+            KEL_TRACE_ALWAYS(
+                L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
+                L"m_range[1].y - m_range[0].y ) <= m_eps )");
+            return 0;
+        }
+        const double cx = (m_range[0].x + m_range[1].x) * 0.5;
+        const double cy = (m_range[0].y + m_range[1].y) * 0.5;
+        kel_templ::CKelArray<double, double> angles;
+        kel_templ::CKelArray<int, int> order;
+        angles.SetSize(n);
+        order.SetSize(n);
+        double* key = angles.GetData();
+        int* index = order.GetData();
+        bool ordered = true;  // no angle is NaN
+        for (int i = 0; i < n; ++i) {
+            key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
+            index[i] = i;
+            ordered = ordered && key[i] == key[i];
+        }
+        // The library's key sort and a stable radix sort order the angles alike and differ only
+        // in the order of equal angles, which matters only when two points at the same angle tie
+        // for the farthest; then the key sort decides, as it always did.
+        if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
+            for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
+            QuickSortKey(angles, order, 1);
+            KeepFarthest(angles, order, cx, cy);
+        }
+        return m_hull.GetSize() >= 3 ? 1 : 0;
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::MakeBoundaryFromPts CMemoryException");
         return 0;
     }
-    const double cx = (m_range[0].x + m_range[1].x) * 0.5;
-    const double cy = (m_range[0].y + m_range[1].y) * 0.5;
-    kel_templ::CKelArray<double, double> angles;
-    kel_templ::CKelArray<int, int> order;
-    angles.SetSize(n);
-    order.SetSize(n);
-    double* key = angles.GetData();
-    int* index = order.GetData();
-    bool ordered = true;  // no angle is NaN
-    for (int i = 0; i < n; ++i) {
-        key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-        index[i] = i;
-        ordered = ordered && key[i] == key[i];
-    }
-    // The library's key sort and a stable radix sort order the angles alike and differ only
-    // in the order of equal angles, which matters only when two points at the same angle tie
-    // for the farthest; then the key sort decides, as it always did.
-    if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
-        for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-        QuickSortKey(angles, order, 1);
-        KeepFarthest(angles, order, cx, cy);
-    }
-    return m_hull.GetSize() >= 3 ? 1 : 0;
 }
 
 int CTin::KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
@@ -149,89 +154,100 @@ int CTin::CheckTurn(int a, int b, int c) const {
 }
 
 int CTin::MakeConvexHull() {
-    const int h = m_hull.GetSize();
-    if (h < 3) return 0;
-    // Passes over the closed outline remove every vertex that does not turn the convex way
-    // (three vertices are tested as well: three collinear points would otherwise make a
-    // degenerate start triangle); after a removal the previous vertex is tested again. The
-    // outline is a linked ring over the list positions, so a removal costs nothing even when
-    // almost every point of a large set starts on the outline.
-    std::vector<int, kel_pages::Allocator<int>> next(static_cast<std::size_t>(h)),
-        prev(static_cast<std::size_t>(h));
-    for (int k = 0; k < h; ++k) {
-        next[static_cast<std::size_t>(k)] = k + 1 < h ? k + 1 : 0;
-        prev[static_cast<std::size_t>(k)] = k > 0 ? k - 1 : h - 1;
-    }
-    auto nextOf = [&](int k) { return next[static_cast<std::size_t>(k)]; };
-    auto prevOf = [&](int k) { return prev[static_cast<std::size_t>(k)]; };
-    int first = 0, count = h;
-    bool removed = true;
-    while (removed && count >= 3) {
-        removed = false;
-        int c = first;
-        while (count >= 3) {
-            if (CheckTurn(m_hull[prevOf(c)], m_hull[c], m_hull[nextOf(c)]) < 0) {
-                next[static_cast<std::size_t>(prevOf(c))] = nextOf(c);
-                prev[static_cast<std::size_t>(nextOf(c))] = prevOf(c);
-                --count;
-                removed = true;
-                if (c == first)
-                    c = first = nextOf(c);
-                else
-                    c = prevOf(c);
-            } else {
-                if (c == prevOf(first)) break;  // the last vertex of the outline: pass done
-                c = nextOf(c);
-                // The outline runs in angle order, scattered over memory: fetch ahead (on
-                // the first pass the vertices ahead are still those of the list).
-                Prefetch(m_point.GetData() + m_hull[(c + 16) % h]);
-            }
+    try {
+        const int h = m_hull.GetSize();
+        if (h < 3) return 0;
+        // Passes over the closed outline remove every vertex that does not turn the convex way
+        // (three vertices are tested as well: three collinear points would otherwise make a
+        // degenerate start triangle); after a removal the previous vertex is tested again. The
+        // outline is a linked ring over the list positions, so a removal costs nothing even when
+        // almost every point of a large set starts on the outline.
+        std::vector<int, kel_pages::Allocator<int>> next(static_cast<std::size_t>(h)),
+            prev(static_cast<std::size_t>(h));
+        for (int k = 0; k < h; ++k) {
+            next[static_cast<std::size_t>(k)] = k + 1 < h ? k + 1 : 0;
+            prev[static_cast<std::size_t>(k)] = k > 0 ? k - 1 : h - 1;
         }
-    }
-    kel_templ::CKelArray<int, int> hull;
-    hull.SetSize(count);
-    for (int k = 0, c = first; k < count; ++k, c = nextOf(c)) hull[k] = m_hull[c];
-    m_hull = std::move(hull);
-    if (count < 3) {
-        KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull count < 3");
-        return 0;
-    }
-    return 1;
-}
-
-int CTin::MakeTinForConvexHull() {
-    const int h = m_hull.GetSize();
-    if (h < 3) return 0;
-    m_tri.SetSize(h - 2);
-    for (int i = 0; i < h - 2; ++i) {
-        CTri& t = m_tri[i];
-        t.v[0] = m_hull[0];
-        t.v[1] = m_hull[i + 1];
-        t.v[2] = m_hull[i + 2];
-        t.nb[0] = -1;  // linked when triangle i + 1 is written
-        t.nb[1] = -1;
-        t.nb[2] = -1;
-        t.flag = 0;
-        if (i > 0) {
-            // The fan edge H[0] - H[i+1] is held by whichever earlier triangle the flips left
-            // it in, on a slot still marked -1.
-            // (Searched from the newest triangle back: the edge is held by one triangle only,
-            // usually one of the last few.)
-            for (int j = i - 1; j >= 0; --j) {
-                CTri& o = m_tri[j];
-                int k = 0;
-                for (; k < 3; ++k)
-                    if (o.nb[k] < 0 && o.v[Prev(k)] == t.v[1] && o.v[k] == t.v[0]) break;
-                if (k < 3) {
-                    o.nb[k] = i;
-                    t.nb[1] = j;
-                    break;
+        auto nextOf = [&](int k) { return next[static_cast<std::size_t>(k)]; };
+        auto prevOf = [&](int k) { return prev[static_cast<std::size_t>(k)]; };
+        int first = 0, count = h;
+        bool removed = true;
+        while (removed && count >= 3) {
+            removed = false;
+            int c = first;
+            while (count >= 3) {
+                if (CheckTurn(m_hull[prevOf(c)], m_hull[c], m_hull[nextOf(c)]) < 0) {
+                    next[static_cast<std::size_t>(prevOf(c))] = nextOf(c);
+                    prev[static_cast<std::size_t>(nextOf(c))] = prevOf(c);
+                    --count;
+                    removed = true;
+                    if (c == first)
+                        c = first = nextOf(c);
+                    else
+                        c = prevOf(c);
+                } else {
+                    if (c == prevOf(first)) break;  // the last vertex of the outline: pass done
+                    c = nextOf(c);
+                    // The outline runs in angle order, scattered over memory: fetch ahead (on
+                    // the first pass the vertices ahead are still those of the list).
+                    Prefetch(m_point.GetData() + m_hull[(c + 16) % h]);
                 }
             }
         }
-        m_iOptim = 0;
-        Optimization(i, 2);
+        kel_templ::CKelArray<int, int> hull;
+        hull.SetSize(count);
+        for (int k = 0, c = first; k < count; ++k, c = nextOf(c)) hull[k] = m_hull[c];
+        m_hull = std::move(hull);
+        if (count < 3) {
+            KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull count < 3");
+            return 0;
+        }
+        return 1;
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::MakeConvexHull CMemoryException");
+        return 0;
     }
-    m_tri.SetSize(h - 2);
-    return 1;
+}
+
+int CTin::MakeTinForConvexHull() {
+    try {
+        ReserveOptimStack();
+        const int h = m_hull.GetSize();
+        if (h < 3) return 0;
+        m_tri.SetSize(h - 2);
+        for (int i = 0; i < h - 2; ++i) {
+            CTri& t = m_tri[i];
+            t.v[0] = m_hull[0];
+            t.v[1] = m_hull[i + 1];
+            t.v[2] = m_hull[i + 2];
+            t.nb[0] = -1;  // linked when triangle i + 1 is written
+            t.nb[1] = -1;
+            t.nb[2] = -1;
+            t.flag = 0;
+            if (i > 0) {
+                // The fan edge H[0] - H[i+1] is held by whichever earlier triangle the flips left
+                // it in, on a slot still marked -1.
+                // (Searched from the newest triangle back: the edge is held by one triangle only,
+                // usually one of the last few.)
+                for (int j = i - 1; j >= 0; --j) {
+                    CTri& o = m_tri[j];
+                    int k = 0;
+                    for (; k < 3; ++k)
+                        if (o.nb[k] < 0 && o.v[Prev(k)] == t.v[1] && o.v[k] == t.v[0]) break;
+                    if (k < 3) {
+                        o.nb[k] = i;
+                        t.nb[1] = j;
+                        break;
+                    }
+                }
+            }
+            m_iOptim = 0;
+            Optimization(i, 2);
+        }
+        m_tri.SetSize(h - 2);
+        return 1;
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::MakeTinForConvexHull CMemoryException");
+        return 0;
+    }
 }

@@ -25,6 +25,13 @@ expect_output("quantity,value\npairs,3\na,0\nb,2\nc_m,100\nd_m,0\nscale,2\nrotat
 file(WRITE ${WORK}/short.cam "8.8\n0.0\n0.0\n1\n4\n-2e-3\n")
 expect_bad_input("${WORK}/short.cam:7: missing or unreadable camera line" camera show ${WORK}/short.cam)
 expect_bad_input("cannot read ${WORK}/none.cam" camera show ${WORK}/none.cam)
+# A value that is not a finite number (a parameter, a pixel size) is no camera line.
+foreach(bad nan -inf 1e999)
+    file(WRITE ${WORK}/bad.cam "8.8\n0.0\n0.0\n1\n1\n${bad}\n")
+    expect_bad_input("${WORK}/bad.cam:6: missing or unreadable camera line" camera show ${WORK}/bad.cam)
+    file(WRITE ${WORK}/bad.cam "8.8\n0\n0\n0\n0\n0.0016\n${bad}\n0\n")
+    expect_bad_input("${WORK}/bad.cam:7: missing or unreadable camera line" camera show ${WORK}/bad.cam)
+endforeach()
 file(WRITE ${WORK}/m2.cam "8.8\n0\n0\n2\n4\n1e-3\n0\n0\n0\n0.0016\n0.0016\n0\n")
 expect_bad_input("the radial table needs distortion model 1 (k1..k4), this camera has model 2"
     camera table ${WORK}/m2.cam)

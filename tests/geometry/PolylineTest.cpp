@@ -1,9 +1,10 @@
+#include <gtest/gtest.h>
+
+#include <array>
 #include <cmath>
 #include <random>
-#include <array>
 #include <set>
-
-#include <gtest/gtest.h>
+#include <vector>
 
 #include "common/KelTest.h"
 #include "geometry/Polyline.h"
@@ -151,7 +152,7 @@ TEST(Polyline, FlagsRangeAndLengths) {
     EXPECT_EQ(pl.GetSplineFlag(), 0);
     EXPECT_EQ(pl.SetSplineFlag(1000), 1);
     EXPECT_EQ(pl.GetSplineFlag(), 1000);
-    EXPECT_EQ(CPolyline(0, 7).GetSplineFlag(), 6);      // both bits of 6 set
+    EXPECT_EQ(CPolyline(0, 7).GetSplineFlag(), 6);  // both bits of 6 set
     EXPECT_EQ(CPolyline(0, 1000 | 1).GetSplineFlag(), 1000);
 
     double a, b, c, d, e, f;
@@ -165,11 +166,7 @@ TEST(Polyline, FlagsRangeAndLengths) {
 
     CPolyline tri = MakePolyline({{0, 0, 0}, {3, 0, 4}, {3, 4, -1}}, false);
     EXPECT_EQ(tri.GetRange(a, b, c, d, e, f), 1);
-    EXPECT_EQ(a, 0);
-    EXPECT_EQ(b, 3);
-    EXPECT_EQ(d, 4);
-    EXPECT_EQ(e, -1);
-    EXPECT_EQ(f, 4);
+    EXPECT_EQ((std::vector<double>{a, b, c, d, e, f}), (std::vector<double>{0, 3, 0, 4, -1, 4}));
     EXPECT_DOUBLE_EQ(tri.GetTotalLengthXY(), 7.0);
     EXPECT_DOUBLE_EQ(tri.GetTotalLength(), 5.0 + std::sqrt(41.0));
     tri.Close();
@@ -208,7 +205,8 @@ TEST(Polyline, SplinesSampleCountsInterpolationAndFlatness) {
     // The count does not depend on rounding: 5 open vertices give (5 - 1) k + 3 samples, the
     // last one at the clamped end.
     for (const int k : {7, 100}) {
-        CPolyline open = MakePolyline({{0, 0, 0}, {1, 2, 1}, {3, 1, 0}, {4, 5, 2}, {6, 0, 1}}, false);
+        CPolyline open =
+            MakePolyline({{0, 0, 0}, {1, 2, 1}, {3, 1, 0}, {4, 5, 2}, {6, 0, 1}}, false);
         CPolyline cr = open;
         open.Spline(k);
         cr.CtmlRomSpline(k);

@@ -15,6 +15,7 @@ using kel_imgtest::BmpBytes;
 using kel_imgtest::BmpRaw;
 using kel_imgtest::Pattern;
 using kel_imgtest::Picture;
+using kel_imgtest::Unpadded;
 
 class BitmapFileTest : public kel_test::KelFixture {
 protected:
@@ -23,21 +24,6 @@ protected:
         return LoadBitmapFromFile(L"\\p.bmp");
     }
 };
-
-// The pixel (x, y) of a loaded bitmap in the picture's unpadded form.
-std::vector<std::uint8_t> Unpack(HBITMAP b) {
-    std::vector<std::uint8_t> out;
-    for (LONG y = 0; y < b->height; ++y) {
-        const BYTE* row = b->bits + static_cast<std::size_t>(y) * b->bytesPerLine;
-        if (b->bitsPerPixel <= 8) {
-            for (LONG x = 0; x < b->width; ++x)
-                out.push_back(static_cast<std::uint8_t>(kel_bitmap::PixelIndex(row, x, b->bitsPerPixel)));
-        } else {
-            out.insert(out.end(), row, row + b->width * (b->bitsPerPixel / 8));
-        }
-    }
-    return out;
-}
 
 TEST_F(BitmapFileTest, EveryDepthAndRowOrderGivesThePictureWritten) {
     for (int bpp : {1, 4, 8, 24, 32}) {
@@ -50,7 +36,7 @@ TEST_F(BitmapFileTest, EveryDepthAndRowOrderGivesThePictureWritten) {
             EXPECT_EQ(b->height, 5);
             EXPECT_EQ(b->bitsPerPixel, bpp);
             EXPECT_EQ(static_cast<std::size_t>(b->bytesPerLine), ((7u * bpp + 31) / 32) * 4);
-            EXPECT_EQ(Unpack(b), p.pixels);
+            EXPECT_EQ(Unpadded(b), p.pixels);
             ASSERT_EQ(b->paletteSize * 4, p.palette.size());
             for (DWORD i = 0; i < b->paletteSize; ++i) {
                 EXPECT_EQ(b->palette[i].rgbBlue, p.palette[4 * i]);
@@ -81,7 +67,7 @@ TEST_F(BitmapFileTest, RunLengthStreamsExpandAsEncoded) {
     const std::vector<std::uint8_t> want8 = {0, 0, 0, 0, 9, 9,   // top row
                                              1, 2, 3, 0, 0, 0,   // middle
                                              7, 7, 7, 7, 0, 0};  // bottom
-    EXPECT_EQ(Unpack(b), want8);
+    EXPECT_EQ(Unpadded(b), want8);
     DeleteObject(b);
 
     // 5 x 2 in 4 bits: a run of 5 alternating 0xA/0xB, end of line, absolute 3 nibbles 1,2,3
@@ -90,7 +76,7 @@ TEST_F(BitmapFileTest, RunLengthStreamsExpandAsEncoded) {
     b = Load(BmpRaw(5, 2, 4, 2, pal16, rle4));
     ASSERT_NE(b, nullptr);
     const std::vector<std::uint8_t> want4 = {1, 2, 3, 0, 0, 0xA, 0xB, 0xA, 0xB, 0xA};
-    EXPECT_EQ(Unpack(b), want4);
+    EXPECT_EQ(Unpadded(b), want4);
     DeleteObject(b);
     EXPECT_TRUE(Lines().empty());
 
@@ -103,8 +89,7 @@ TEST_F(BitmapFileTest, RunLengthStreamsExpandAsEncoded) {
     ClearLines();
     EXPECT_EQ(Load(BmpRaw(65535, 65535, 8, 1, pal256, {0, 1})), nullptr);
     EXPECT_EQ(Lines(), std::vector<std::string>{"LoadBitmapFromFile NewDib == NULL"});
-    EXPECT_EQ(GetBitmapFileSizeFromFile(L"\\p.bmp"),
-              kel_bitmap::DibBytes(65535, 65535, 8, 256));
+    EXPECT_EQ(GetBitmapFileSizeFromFile(L"\\p.bmp"), kel_bitmap::DibBytes(65535, 65535, 8, 256));
     EXPECT_GT(kel_bitmap::DibBytes(65535, 65535, 8, 256), kel_bitmap::kMaxDibBytes);
 }
 

@@ -21,19 +21,6 @@ protected:
     }
 };
 
-// The loaded bitmap's pixels without row padding.
-std::vector<std::uint8_t> Pixels(const CFCIMGBitmap& img) {
-    BITMAP bm;
-    img.GetBitmap(&bm);
-    const int bytes = bm.bmWidth * (bm.bmBitsPixel / 8);
-    std::vector<std::uint8_t> out;
-    for (LONG y = 0; y < bm.bmHeight; ++y) {
-        const BYTE* row = static_cast<const BYTE*>(bm.bmBits) + y * bm.bmWidthBytes;
-        out.insert(out.end(), row, row + bytes);
-    }
-    return out;
-}
-
 TEST_F(FCIMGBitmapTest, TypeComesFromTheExtensionInAnyCase) {
     CFCIMGBitmap img;
     for (const wchar_t* p : {L"a.jpg", L"B.JPG", L"c.Jpeg", L"d.jpe", L"e.JFIF", L"\\x.y\\f.jpg"})
@@ -75,7 +62,7 @@ TEST_F(FCIMGBitmapTest, JpegDecodesAsLibjpegDoesAtTheRequestedRate) {
         EXPECT_EQ(img.GetImageWidth(), (c.w + c.rate - 1) / c.rate);
         EXPECT_EQ(img.GetImageWidth(), w);
         EXPECT_EQ(img.GetImageHeight(), h);
-        EXPECT_EQ(Pixels(img), want);
+        EXPECT_EQ(kel_imgtest::Unpadded(img.GethBitmap()), want);
         BITMAP bm;
         img.GetBitmap(&bm);
         EXPECT_EQ(bm.bmBitsPixel, 24);
@@ -96,7 +83,7 @@ TEST_F(FCIMGBitmapTest, WithoutARequestTheFullScaleIsTriedFirstAndLogged) {
     int w = 0, h = 0;
     std::vector<std::uint8_t> want;
     ASSERT_TRUE(kel_imgtest::DecodeReference(jpeg, 1, w, h, want));
-    EXPECT_EQ(Pixels(img), want);
+    EXPECT_EQ(kel_imgtest::Unpadded(img.GethBitmap()), want);
     EXPECT_EQ(img.GetPaletteSize(), 256);
     EXPECT_EQ(img.IsGrayScale(), 1);
     ASSERT_NE(img.GethPalette(), nullptr);
@@ -109,7 +96,7 @@ TEST_F(FCIMGBitmapTest, WithoutARequestTheFullScaleIsTriedFirstAndLogged) {
     EXPECT_TRUE(Lines().empty());
     // A reload of the same path gives the same picture.
     ASSERT_EQ(img.ReloadImgFile(), SC_IMG_OK);
-    EXPECT_EQ(Pixels(img), want);
+    EXPECT_EQ(kel_imgtest::Unpadded(img.GethBitmap()), want);
 }
 
 TEST_F(FCIMGBitmapTest, BrokenJpegsFailAndLeaveNoBitmap) {

@@ -1,14 +1,32 @@
 #include "ImageFiles.h"
 
+// jpeglib.h uses FILE and size_t without including their headers: kept in this order.
+// clang-format off
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 
 #include <jpeglib.h>
+// clang-format on
 
 #include "platform/Bytes.h"
 
 namespace kel_imgtest {
+
+std::vector<std::uint8_t> Unpadded(HBITMAP b) {
+    std::vector<std::uint8_t> out;
+    for (LONG y = 0; y < b->height; ++y) {
+        const BYTE* row = b->bits + static_cast<std::size_t>(y) * b->bytesPerLine;
+        if (b->bitsPerPixel <= 8) {
+            for (LONG x = 0; x < b->width; ++x)
+                out.push_back(
+                    static_cast<std::uint8_t>(kel_bitmap::PixelIndex(row, x, b->bitsPerPixel)));
+        } else {
+            out.insert(out.end(), row, row + b->width * (b->bitsPerPixel / 8));
+        }
+    }
+    return out;
+}
 
 Picture Pattern(int width, int height, int bitsPerPixel) {
     Picture p;
@@ -60,7 +78,8 @@ void PackRow(const Picture& p, int y, std::uint8_t* out) {
 }  // namespace
 
 std::string BmpRaw(int width, int height, int bitsPerPixel, std::uint32_t compression,
-                   const std::vector<std::uint8_t>& palette, const std::vector<std::uint8_t>& data) {
+                   const std::vector<std::uint8_t>& palette,
+                   const std::vector<std::uint8_t>& data) {
     const std::size_t off = 54 + palette.size();
     std::string file(off + data.size(), '\0');
     auto* b = reinterpret_cast<std::uint8_t*>(&file[0]);
@@ -113,7 +132,8 @@ std::string JpegBytes(int width, int height, bool grey, int quality) {
         for (int x = 0; x < width; ++x) {
             const int c = cinfo.input_components;
             for (int k = 0; k < c; ++k)
-                row[x * c + k] = static_cast<unsigned char>((x * (k + 1) * 255 / width + y * 128 / height) & 0xFF);
+                row[x * c + k] = static_cast<unsigned char>(
+                    (x * (k + 1) * 255 / width + y * 128 / height) & 0xFF);
         }
         JSAMPROW rp = row.data();
         jpeg_write_scanlines(&cinfo, &rp, 1);

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Bitmap.h"
+
 namespace kel_imgtest {
 
 // A picture as the bitmap holds it: rows top first, each row width * bytesPerPixel (no
@@ -16,6 +18,10 @@ struct Picture {
     std::vector<std::uint8_t> palette;  // 4 bytes per entry: blue, green, red, 0
     std::vector<std::uint8_t> pixels;   // indices, or blue-green-red(-x)
 };
+
+// A loaded bitmap's pixels in the picture's form: rows as stored, without their padding; one
+// byte per palette index for the indexed depths.
+std::vector<std::uint8_t> Unpadded(HBITMAP b);
 
 // A picture whose pixel (x, y) is a fixed function of x, y and the depth.
 Picture Pattern(int width, int height, int bitsPerPixel);

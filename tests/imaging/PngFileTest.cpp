@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ImageFiles.h"
 #include "common/KelTest.h"
 #include "imaging/FCIMGBitmap.h"
 #include "imaging/PngFile.h"
@@ -53,17 +54,6 @@ std::string PngBytes(RawPng r) {
     return Encode(r, rows, out) ? out : std::string();
 }
 
-// The bitmap's pixels without row padding.
-std::vector<std::uint8_t> Unpadded(HBITMAP b) {
-    std::vector<std::uint8_t> out;
-    const int bytes = b->width * (b->bitsPerPixel / 8);
-    for (LONG y = 0; y < b->height; ++y) {
-        const BYTE* row = b->bits + y * b->bytesPerLine;
-        out.insert(out.end(), row, row + bytes);
-    }
-    return out;
-}
-
 class PngFileTest : public kel_test::KelFixture {
 protected:
     void Write(const std::string& name, const std::string& bytes) {
@@ -102,7 +92,7 @@ TEST_F(PngFileTest, WrittenPngReadsBackExactlyAndCompressed) {
     EXPECT_EQ(b->bitsPerPixel, 24);
     std::vector<std::uint8_t> bgr = rgb;
     for (std::size_t i = 0; i < bgr.size(); i += 3) std::swap(bgr[i], bgr[i + 2]);
-    EXPECT_EQ(Unpadded(b), bgr);
+    EXPECT_EQ(kel_imgtest::Unpadded(b), bgr);
     DeleteObject(b);
     CFCIMGBitmap img;
     kel_text::CKelString path(L"\\a.png");
@@ -166,7 +156,7 @@ TEST_F(PngFileTest, EveryKindLoadsAsTheBitmapDocuments) {
         HBITMAP b = LoadPngFromFile(L"\\k.png");
         ASSERT_NE(b, nullptr);
         EXPECT_EQ(b->bitsPerPixel, c.bits);
-        EXPECT_EQ(Unpadded(b), c.want);
+        EXPECT_EQ(kel_imgtest::Unpadded(b), c.want);
         DeleteObject(b);
         CFCIMGBitmap img;
         ASSERT_EQ(img.LoadImgFile(L"\\k.png", 1), SC_IMG_OK);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "common/KelTest.h"
 #include "geometry/KelArray.h"
@@ -360,14 +361,9 @@ TEST(Time, ClockAndConversionsFollowWindows) {
     kel_time::SetClock(&Fixed::Now, &now);
     SYSTEMTIME got;
     GetSystemTime(&got);
-    EXPECT_EQ(got.wYear, 2026);
-    EXPECT_EQ(got.wMonth, 3);
-    EXPECT_EQ(got.wDay, 1);
-    EXPECT_EQ(got.wDayOfWeek, 0);  // a Sunday
-    EXPECT_EQ(got.wHour, 12);
-    EXPECT_EQ(got.wMinute, 34);
-    EXPECT_EQ(got.wSecond, 56);
-    EXPECT_EQ(got.wMilliseconds, 789);
+    const std::vector<int> fields = {got.wYear, got.wMonth,  got.wDayOfWeek, got.wDay,
+                                     got.wHour, got.wMinute, got.wSecond,    got.wMilliseconds};
+    EXPECT_EQ(fields, (std::vector<int>{2026, 3, 0, 1, 12, 34, 56, 789}));  // a Sunday
     kel_time::SetLocalOffset(true, 9 * 60);
     GetLocalTime(&got);
     EXPECT_EQ(got.wHour, 21);
@@ -435,10 +431,7 @@ TEST(KelArray, OperationsAndFatalOutOfRange) {
     a.InsertAt(5, 2);  // at the end
     a.RemoveAt(1, 2);
     ASSERT_EQ(a.GetSize(), 4);
-    EXPECT_EQ(a[0], 1);
-    EXPECT_EQ(a[1], 7);
-    EXPECT_EQ(a[2], 9);
-    EXPECT_EQ(a[3], 2);
+    EXPECT_EQ((std::vector<int>{a[0], a[1], a[2], a[3]}), (std::vector<int>{1, 7, 9, 2}));
     a.InsertAt(1, a[3]);  // an element of the array itself
     EXPECT_EQ(a[1], 2);
     kel_templ::CKelArray<int, int> b;

@@ -60,13 +60,8 @@ protected:
 };
 
 TEST_F(LocaleTest, TextFilesAreTheSameUnderACommaLocaleAndReadBack) {
+    // Each file's exact bytes in the "C" locale are checked by its own format test.
     const std::map<std::string, std::string> inC = WriteEvery();
-    EXPECT_EQ(inC.at("p.csv"),
-              "A,1.500000,-2.250000,0.000000\nB,1234567.125000,0.500000,-0.500000\n");
-    EXPECT_EQ(inC.at("db.csv").substr(0, 52),
-              "P1,1.500000,-2.000000,0.250000,WALL,16909060,ab,cd\r\n");
-    EXPECT_NE(inC.at("cam.txt").find("-1.500000e-05\t\t// distortion parameter 1\n"),
-              std::string::npos);
 
     KEL_UNDER_COMMA_LOCALE(comma);
     EXPECT_EQ(WriteEvery(), inC);

@@ -72,13 +72,9 @@ TEST_F(SFileTest, CountsWholeRecordsOnly) {
     long v[2];
     EXPECT_EQ(db.GetRecordNo(), 0);
     EXPECT_EQ(db.GetCurrRecordNo(), -1);
-    EXPECT_EQ(db.MoveTo(1), SFILE_NOTOPEN);
-    EXPECT_EQ(db.ReadHeader(v), SFILE_NOTOPEN);
-    EXPECT_EQ(db.ReadPoint(p, 1), SFILE_NOTOPEN);
-    EXPECT_EQ(db.AddPoint(p), SFILE_NOTOPEN);
-    EXPECT_EQ(db.UpdatePoint(p), SFILE_NOTOPEN);
-    EXPECT_EQ(db.DeletePoint(1), SFILE_NOTOPEN);
-    EXPECT_EQ(db.CloseDB(), SFILE_NOTOPEN);
+    EXPECT_EQ((std::vector<int>{db.MoveTo(1), db.ReadHeader(v), db.ReadPoint(p, 1), db.AddPoint(p),
+                                db.UpdatePoint(p), db.DeletePoint(1), db.CloseDB()}),
+              std::vector<int>(7, SFILE_NOTOPEN));
     EXPECT_TRUE(Lines().empty());
 
     MakeDb(2);  // 544 bytes

@@ -16,6 +16,16 @@ inline double Orient(const CXYZ& a, const CXYZ& b, const CXYZ& c) {
     return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
 }
 
+// The in-circle determinant: positive when d lies inside the circle through the
+// counter-clockwise a, b, c (exact for small integers).
+inline double InCircle(const CXYZ& a, const CXYZ& b, const CXYZ& c, const CXYZ& d) {
+    const double adx = a.x - d.x, ady = a.y - d.y, bdx = b.x - d.x, bdy = b.y - d.y;
+    const double cdx = c.x - d.x, cdy = c.y - d.y;
+    return (adx * adx + ady * ady) * (bdx * cdy - cdx * bdy) -
+           (bdx * bdx + bdy * bdy) * (adx * cdy - cdx * ady) +
+           (cdx * cdx + cdy * cdy) * (adx * bdy - bdx * ady);
+}
+
 // Area of the convex hull of the used vertices (Andrew's monotone chain).
 inline double HullArea(std::vector<std::pair<double, double>> p) {
     std::sort(p.begin(), p.end());
@@ -91,10 +101,8 @@ inline std::set<int> CheckMesh(const CTin& tin, bool delaunay, bool convex = tru
                 if (v == t.v[0] || v == t.v[1] || v == t.v[2]) continue;
                 const CXYZ& d = tin.m_point[v];
                 const double adx = a.x - d.x, ady = a.y - d.y, bdx = b.x - d.x, bdy = b.y - d.y;
-                const double cdx = c.x - d.x, cdy = c.y - d.y;
-                const double det = (adx * adx + ady * ady) * (bdx * cdy - cdx * bdy) -
-                                   (bdx * bdx + bdy * bdy) * (adx * cdy - cdx * ady) +
-                                   (cdx * cdx + cdy * cdy) * (adx * bdy - bdx * ady);
+                const double cdy = c.y - d.y;
+                const double det = InCircle(a, b, c, d);
                 const double scale = (adx * adx + ady * ady + bdx * bdx + bdy * bdy) *
                                      (std::fabs(bdx * cdy) + std::fabs(adx * cdy) + 1.0);
                 EXPECT_LE(det, 1e-9 * scale) << "vertex " << v << " inside circle of " << i;

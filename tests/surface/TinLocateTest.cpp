@@ -9,8 +9,8 @@
 
 #include "../../bench/TinPoints.h"
 #include "TinCheck.h"
-#include "geometry/Polyline.h"
 #include "common/KelTest.h"
+#include "geometry/Polyline.h"
 #include "surface/Tin.h"
 
 using tin_test::CheckMesh;
@@ -128,8 +128,9 @@ TEST_F(TinLocateTest, CocircularGridAndDuplicatesMatchThePlainWalk) {
 }
 
 TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
-    // Row order over a cocircular grid makes long flip cascades; the mesh must come out whole
-    // (this also runs under the sanitizers, where stack frames are large).
+    // Row order over a cocircular grid, every boundary point collinear with the corners, makes
+    // long flip cascades; the mesh must come out whole (this also runs under the sanitizers,
+    // where stack frames are large).
     const int m = 150;
     CTin tin;
     tin.BeginAddPoint(m * m);
@@ -139,6 +140,8 @@ TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
     ASSERT_EQ(tin.CreateTin(0.0), 1);
     EXPECT_EQ(tin.GetTriSize(), 2 * m * m - 4 * (m - 1) - 2);
     EXPECT_EQ(static_cast<int>(CheckMesh(tin, false).size()), m * m);
+    EXPECT_EQ(tin.GetHull().GetSize(), 4);  // the start hull keeps the corners only
+    EXPECT_EQ(tin.GetPlanArea(), (m - 1.0) * (m - 1.0));
     // Every interior edge locally Delaunay (cocircular ties allowed).
     for (int i = 0; i < tin.GetTriSize(); ++i) {
         const CTin::CTri& t = tin.GetTri(i);
@@ -151,14 +154,10 @@ TEST_F(TinLocateTest, DeepFlipCascadeOnALargeGrid) {
                 if (o.v[l] != t.v[0] && o.v[l] != t.v[1] && o.v[l] != t.v[2]) d = o.v[l];
             ASSERT_GE(d, 0);
             // Exact on these small integers: d is not strictly inside the circle.
-            const CXYZ &a = tin.m_point[t.v[0]], &b = tin.m_point[t.v[1]];
-            const CXYZ &c = tin.m_point[t.v[2]], &p = tin.m_point[d];
-            const double ax = a.x - p.x, ay = a.y - p.y, bx = b.x - p.x, by = b.y - p.y;
-            const double cx = c.x - p.x, cy = c.y - p.y;
-            const double det = (ax * ax + ay * ay) * (bx * cy - cx * by) -
-                               (bx * bx + by * by) * (ax * cy - cx * ay) +
-                               (cx * cx + cy * cy) * (ax * by - bx * ay);
-            EXPECT_LE(det, 0.0) << "edge " << i << "/" << k;
+            EXPECT_LE(tin_test::InCircle(tin.m_point[t.v[0]], tin.m_point[t.v[1]],
+                                         tin.m_point[t.v[2]], tin.m_point[d]),
+                      0.0)
+                << "edge " << i << "/" << k;
         }
     }
 }
@@ -182,7 +181,8 @@ TEST_F(TinLocateTest, OptimizationDepthBoundCountsLevelsAsRecursionWould) {
         EXPECT_EQ(tin.m_iOptim, start);
         const bool flipped = start < CTin::OPTIM_LEVEL;
         ASSERT_EQ(Lines().size(), flipped ? 2u : 1u);
-        for (const auto& line : Lines()) EXPECT_EQ(line, "CTin::Optimization m_iOptim >= OPTIM_LEVEL");
+        for (const auto& line : Lines())
+            EXPECT_EQ(line, "CTin::Optimization m_iOptim >= OPTIM_LEVEL");
         bool diagonal23 = false;
         for (int i = 0; i < 2; ++i)
             for (int k = 0; k < 3; ++k) {
@@ -287,13 +287,9 @@ TEST_F(TinLocateTest, StartHullMatchesTheReferenceSortAndRemovalPasses) {
     }
 }
 
-TEST_F(TinLocateTest, AddPointMatchesTheLinearSearchAtCellBorders) {
-    // Coordinates on and beside the index's cell borders (multiples of 32 tolerances), at
-    // tolerance distances, far from the origin and negative; the tolerance changes midway and
-    // points are added to and removed from m_point directly, which the index must follow.
-    std::mt19937 rng(23);
+TEST_F(TinLocateTest, AddPointMatchesTheLinearFirstMatchUnderEveryWriter) {
     CTin tin;
-    std::vector<double> xs, ys;
+    // The first point within the tolerance in index order, else the next index.
     auto linear = [&](double x, double y) {
         for (int i = 0; i < tin.GetPointSize(); ++i)
             if (std::fabs(tin.m_point[i].x - x) <= tin.GetEPS() &&
@@ -301,6 +297,42 @@ TEST_F(TinLocateTest, AddPointMatchesTheLinearSearchAtCellBorders) {
                 return i;
         return tin.GetPointSize();
     };
+    tin.AddPoint(0, 0, 0);
+    tin.BeginAddPoint(2);  // rewrites slot 0
+    tin.AddPoint2(5, 5, 1);
+    tin.AddPoint2(6, 6, 2);
+    tin.EndAddPoint();
+    EXPECT_EQ(tin.AddPoint(5, 5, 3), 0);
+    // Random single and batch insertion, tolerance changes and resets. Coordinates on a 0.006 m
+    // lattice: many points fall within the tolerance of earlier ones, some of several at once.
+    std::mt19937 rng(11);
+    std::uniform_int_distribution<int> u(0, 60), op(0, 99);
+    auto coord = [&] { return u(rng) * 0.006; };
+    for (int step = 0; step < 8000; ++step) {
+        const int o = op(rng);
+        if (o < 3) {
+            const int n = u(rng) % 9, given = u(rng) % 9;
+            tin.BeginAddPoint(n);
+            for (int k = 0; k < given; ++k) tin.AddPoint2(coord(), coord(), step);
+            tin.EndAddPoint();
+            ASSERT_EQ(tin.GetPointSize(), given);
+        } else if (o < 5) {
+            tin.SetEPS(0.004 * (1 + u(rng) % 4));
+        } else if (o == 5) {
+            tin.InitData();
+        } else {
+            const double x = coord(), y = coord();
+            const int want = linear(x, y);
+            const double zBefore = want < tin.GetPointSize() ? tin.m_point[want].z : step;
+            ASSERT_EQ(tin.AddPoint(x, y, step), want) << "step " << step;
+            EXPECT_EQ(tin.m_point[want].z, zBefore);  // a match keeps its z
+        }
+    }
+    // Coordinates on and beside the index's cell borders (multiples of 32 tolerances), at
+    // tolerance distances, far from the origin and negative; the tolerance changes midway and
+    // points are added to and removed from m_point directly, which the index must follow.
+    tin.InitData();
+    rng.seed(23);
     for (int round = 0; round < 4; ++round) {
         const double eps = round < 2 ? 1e-6 : 0.01;
         tin.SetEPS(eps);
