@@ -427,9 +427,10 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
         std::int32_t first, count;  // count 0: node m_node[first]; > 0: triangles
         double tEnter;              // not above the parameter where the ray enters its box
     };
-    // Each node level adds at most three items and the tree is at most 31 nodes deep (a node
-    // takes two of the 30 Morton bits or two halvings of equal codes).
-    Item stack[128];
+    // Each node adds at most three items (and writes a fourth that it does not keep); a path
+    // through the tree passes at most 61 nodes, each taking at least one split on it: 30 of
+    // the Morton bits and 31 halvings of equal codes at most.
+    Item stack[3 * 61 + 4];
     int sp = 0;
     stack[sp++] = {0, 0, -kMiss};
     while (sp > 0) {
@@ -495,9 +496,11 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
             _mm_storeu_pd(tn, _mm_cvtps_pd(tn4));
             _mm_storeu_pd(tn + 2, _mm_cvtps_pd(_mm_movehl_ps(tn4, tn4)));
         } else {
-            // Two children a register; max(x, tn) and min(x, tf) keep tn, tf when x is NaN (an
-            // axis the ray runs along, in the plane of a box face): that axis is then ignored,
-            // which can only enter more boxes.
+            // Two children a register. lo inv - oc inv errs by about 1e-16 (|lo| + |oc|) |inv|,
+            // inside the padding for origins up to about 1e7 times the mesh's coordinates from
+            // it. max(x, tn) and min(x, tf) keep tn, tf when x is NaN (an axis the ray runs
+            // along, in the plane of a box face): that axis is then ignored, which can only
+            // enter more boxes.
             __m128d tn01 = _mm_set1_pd(-kMiss), tn23 = tn01, tf01 = _mm_set1_pd(kMiss), tf23 = tf01;
             for (int a = 0; a < 3; ++a) {
                 const __m128d ia = _mm_set1_pd(inv[a]), oa = _mm_set1_pd(ocInv[a]);
@@ -528,7 +531,7 @@ int CTinRayIndex::Intersect(const CTin&, const CXYZ& origin, const CXYZ& dir, do
         for (int c = 0; c < 4; ++c) {
             double tnc = -kMiss, tfc = kMiss;
             for (int a = 0; a < 3; ++a) {
-                // lo inv - oc inv: rounding of order 1e-16 |lo inv|, far inside the padding.
+                // As in the SSE2 test above.
                 double t0 = nd.lo[a][c] * inv[a] - ocInv[a], t1 = nd.hi[a][c] * inv[a] - ocInv[a];
                 if (t0 > t1) std::swap(t0, t1);
                 tnc = std::max(tnc, t0);
