@@ -134,6 +134,19 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
         }
         same += CompareRays(grid, o, d, hits);
     }
+    // A dense cluster in a kilometre-wide mesh: thousands of triangles share a Morton cell
+    // and are split in halves of equal codes.
+    CTin cluster;
+    for (const CXYZ& c : {CXYZ(0, 0, 0), CXYZ(1000, 0, 5), CXYZ(0, 1000, 3), CXYZ(1000, 1000, 9)})
+        cluster.AddPoint(c.x, c.y, c.z);
+    for (int i = 0; i < 2000; ++i)
+        cluster.AddPoint(500.0 + 0.01 * u(rng), 500.0 + 0.01 * u(rng), 0.001 * u(rng));
+    ASSERT_EQ(cluster.CreateTin(0.0), 1);
+    for (int i = 0; i < 200; ++i, ++rays) {
+        const CXYZ target(500.0 + 0.01 * u(rng), 500.0 + 0.01 * u(rng), 0.0);
+        const CXYZ o(target.x + u(rng) - 0.5, target.y + u(rng) - 0.5, 1.0);
+        same += CompareRays(cluster, o, target - o, hits);
+    }
     // A mesh of one or two triangles: a root with one leaf.
     for (int nPt : {3, 4}) {
         CTin tiny;
