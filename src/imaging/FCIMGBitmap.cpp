@@ -47,7 +47,8 @@ public:
             GetLibraryFunction(kJpegModule, kDestroyEntry, &m_module));
         if (m_destroy != nullptr) m_jpeg = create();
         if (m_jpeg == nullptr && m_destroy != nullptr)
-            KEL_TRACE_ALWAYS(L"CJpegHolder::CJpegHolder Create_JpegInterface_ExplicitLoading() == NULL");
+            KEL_TRACE_ALWAYS(
+                L"CJpegHolder::CJpegHolder Create_JpegInterface_ExplicitLoading() == NULL");
     }
     CJpegHolder(const CJpegHolder&) = delete;
     CJpegHolder& operator=(const CJpegHolder&) = delete;
@@ -83,11 +84,33 @@ CFCIMGBitmap::CFCIMGBitmap()
       m_hBitmap(nullptr),
       m_rateRes(1),
       m_rateResSum(0),
-      m_bitmap() {}
+      m_bitmap(),
+      m_fixedRate(0) {}
 
 CFCIMGBitmap::~CFCIMGBitmap() { Empty(); }
 
 SC_IMG_ERRORS CFCIMGBitmap::LoadImgFile(const wchar_t* path, int noSetResRate) {
+    m_fixedRate = 0;
+    return Load(path, noSetResRate);
+}
+
+SC_IMG_ERRORS CFCIMGBitmap::LoadImgFileAtRate(const wchar_t* path, int rate) {
+    if (rate != 1 && rate != 2 && rate != 4 && rate != 8) {
+        KEL_TRACE_ALWAYS(
+            L"CFCIMGBitmap::LoadImgFileAtRate rate != 1 && rate != 2 && rate != 4 && rate != 8");
+        return SC_IMG_ERR_TYPE;
+    }
+    if (rate != 1 && GetFileTypeExt(path) != SC_IMG_EXT_JPEG) {
+        KEL_TRACE_ALWAYS(
+            L"CFCIMGBitmap::LoadImgFileAtRate rate != 1 && GetFileTypeExt(path) != "
+            L"SC_IMG_EXT_JPEG");
+        return SC_IMG_ERR_TYPE;
+    }
+    m_fixedRate = rate;
+    return Load(path, rate == 1 ? 1 : 0);
+}
+
+SC_IMG_ERRORS CFCIMGBitmap::Load(const wchar_t* path, int noSetResRate) {
     try {
         m_imgFile = path != nullptr ? path : L"";
     } catch (const std::bad_alloc&) {
@@ -170,7 +193,7 @@ SC_IMG_EXT_TYPE CFCIMGBitmap::GetFileTypeExt(const wchar_t* path) const {
 SC_IMG_ERRORS CFCIMGBitmap::LoadJpeg(const wchar_t* path) {
     const kel_text::CKelString host =
         kel_text::Utf8ToWide(kel_platform::MapDevicePath(path != nullptr ? path : L"").c_str());
-    if (m_rateResSum == 0 && m_noSetResRate == 0) {
+    if (m_rateResSum == 0 && m_noSetResRate == 0 && m_fixedRate == 0) {
         for (const int d : kScaleDenoms) {
             m_rateRes = d;
             m_rateResSum = 0;
@@ -195,8 +218,8 @@ SC_IMG_ERRORS CFCIMGBitmap::LoadJpeg(const wchar_t* path) {
         KEL_TRACE_ALWAYS(L"CFCIMGBitmap::LoadJpeg Open(path) == 0");
         return SC_IMG_ERR_OPEN;
     }
-    int d = 1;
-    if (m_rateResSum != 0) {
+    int d = m_fixedRate > 0 ? m_fixedRate : 1;
+    if (m_fixedRate == 0 && m_rateResSum != 0) {
         const int w = jpeg.Get()->GetWidth();
         const int h = jpeg.Get()->GetHeight();
         d = RateForSize(w > h ? w : h);
@@ -211,12 +234,46 @@ SC_IMG_ERRORS CFCIMGBitmap::LoadJpeg(const wchar_t* path) {
     return SC_IMG_OK;
 }
 
+int CFCIMGBitmap::CopyRgb(unsigned char* rgb) const {
+    if (m_hBitmap == nullptr) return 0;
+    const KelDib& b = *m_hBitmap;
+    for (LONG y = 0; y < b.height; ++y) {
+        const BYTE* row =
+            b.bits + static_cast<std::size_t>(y) * static_cast<std::size_t>(b.bytesPerLine);
+        for (LONG x = 0; x < b.width; ++x, rgb += 3) {
+            if (b.bitsPerPixel <= 8) {
+                const int i = kel_bitmap::PixelIndex(row, x, b.bitsPerPixel);
+                const RGBQUAD q =
+                    static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
+                rgb[0] = q.rgbRed;
+                rgb[1] = q.rgbGreen;
+                rgb[2] = q.rgbBlue;
+            } else if (b.bitsPerPixel == 16) {  // 5-5-5, blue in the low bits
+                const unsigned v = row[2 * x] | (row[2 * x + 1] << 8);
+                rgb[0] = static_cast<BYTE>(((v >> 10) & 31) * 255 / 31);
+                rgb[1] = static_cast<BYTE>(((v >> 5) & 31) * 255 / 31);
+                rgb[2] = static_cast<BYTE>((v & 31) * 255 / 31);
+            } else {  // blue, green, red (and a spare byte at 32 bits)
+                const BYTE* p = row + static_cast<std::size_t>(x) * (b.bitsPerPixel / 8);
+                rgb[0] = p[2];
+                rgb[1] = p[1];
+                rgb[2] = p[0];
+            }
+        }
+    }
+    return 1;
+}
+
 unsigned long CFCIMGBitmap::GetImgFileSize(kel_text::CKelString& path) const {
     switch (GetFileTypeExt(path.GetString())) {
-        case SC_IMG_EXT_BMP: return GetBitmapFileSizeFromFile(path.GetString());
-        case SC_IMG_EXT_JPEG: return GetJPEGFileSize(path);
-        case SC_IMG_EXT_PNG: return GetPngFileSizeFromFile(path.GetString());
-        default: return 0;
+        case SC_IMG_EXT_BMP:
+            return GetBitmapFileSizeFromFile(path.GetString());
+        case SC_IMG_EXT_JPEG:
+            return GetJPEGFileSize(path);
+        case SC_IMG_EXT_PNG:
+            return GetPngFileSizeFromFile(path.GetString());
+        default:
+            return 0;
     }
 }
 
@@ -241,12 +298,20 @@ int CFCIMGBitmap::Create(int bitsPerPixel, int colours, int grey) {
     Empty();
     int n = 0;
     switch (bitsPerPixel) {
-        case 1: n = 2; break;
-        case 4: n = 16; break;
-        case 8: n = grey ? kGreyEntries : (colours < 0 ? 0 : (colours > 256 ? 256 : colours)); break;
+        case 1:
+            n = 2;
+            break;
+        case 4:
+            n = 16;
+            break;
+        case 8:
+            n = grey ? kGreyEntries : (colours < 0 ? 0 : (colours > 256 ? 256 : colours));
+            break;
         case 16:
         case 24:
-        case 32: n = 0; break;
+        case 32:
+            n = 0;
+            break;
         default:
             KEL_TRACE_ALWAYS(L"CFCIMGBitmap::Create bitsPerPixel not 1, 4, 8, 16, 24 or 32");
             return 0;
@@ -266,8 +331,8 @@ int CFCIMGBitmap::Create(int bitsPerPixel, int colours, int grey) {
         if (!MakePalette()) return 0;
     }
     if (m_imageWidth > 0 && m_imageHeight > 0) {
-        m_hBitmap = kel_bitmap::NewDib(m_imageWidth, m_imageHeight, bitsPerPixel,
-                                       static_cast<DWORD>(n));
+        m_hBitmap =
+            kel_bitmap::NewDib(m_imageWidth, m_imageHeight, bitsPerPixel, static_cast<DWORD>(n));
         if (m_hBitmap == nullptr) {
             KEL_TRACE_ALWAYS(L"CFCIMGBitmap::Create NewDib == NULL");
             return 0;
@@ -283,7 +348,8 @@ int CFCIMGBitmap::Create(int bitsPerPixel, int colours, int grey) {
 int CFCIMGBitmap::MakePalette() {
     if (m_paletteSize == 0) return 1;
     if (m_pPalEntries == nullptr || m_paletteSize < 0 || m_paletteSize > 256) {
-        KEL_TRACE_ALWAYS(L"CFCIMGBitmap::MakePalette m_pPalEntries == NULL || m_paletteSize out of range");
+        KEL_TRACE_ALWAYS(
+            L"CFCIMGBitmap::MakePalette m_pPalEntries == NULL || m_paletteSize out of range");
         return 0;
     }
     if (m_hPalette != nullptr) DeleteObject(m_hPalette);

@@ -1,9 +1,9 @@
 #pragma once
 // The photograph of a scan held as a bitmap of the portable graphics layer (platform/Bitmap.h),
-// loaded from a BMP/DIB or PNG file (imaging/PngFile.h) or decoded from a JPEG file by the run-time loaded codec module
-// "JPEG_LIB.dll" (imaging/JpegInterface.h). A large JPEG may be decoded at 1/2, 1/4 or 1/8 of
-// its size; the rate of resolution (GetRate_Res) is that denominator, and image views multiply
-// displayed pixel coordinates by it to get full-resolution ones.
+// loaded from a BMP/DIB or PNG file (imaging/PngFile.h) or decoded from a JPEG file by the run-time
+// loaded codec module "JPEG_LIB.dll" (imaging/JpegInterface.h). A large JPEG may be decoded at 1/2,
+// 1/4 or 1/8 of its size; the rate of resolution (GetRate_Res) is that denominator, and image views
+// multiply displayed pixel coordinates by it to get full-resolution ones.
 #include "platform/Alloc.h"
 #include "platform/Bitmap.h"
 #include "platform/Export.h"
@@ -39,6 +39,10 @@ public:
     // Stores the path (a device path) and the full-resolution flag, loads the file, sets the
     // no-image flag to (result != 0) and returns the result.
     SC_IMG_ERRORS LoadImgFile(const wchar_t* path, int noSetResRate);
+    // Loads the file at the rate of resolution `rate` (1, 2, 4 or 8): a JPEG decoded at 1/rate
+    // of its size, a BMP or PNG at rate 1 only; another rate gives SC_IMG_ERR_TYPE after one
+    // trace line (nothing else changes). ReloadImgFile keeps the rate until the next load.
+    SC_IMG_ERRORS LoadImgFileAtRate(const wchar_t* path, int rate);
     // Loads the stored path again. Releases the old bitmap first; a failed reload leaves none.
     // An unreadable BMP or PNG gives SC_IMG_ERR_GDI (the bitmap cannot be described).
     SC_IMG_ERRORS ReloadImgFile();
@@ -85,6 +89,10 @@ public:
         m_rateRes = rate;
         m_rateResSum = rateSum;
     }
+    // The loaded bitmap as 8-bit red, green, blue triples, rows from the top: 3 x width x
+    // height bytes into rgb (palette entries looked up, 5-bit channels of 16-bit pixels
+    // widened). 1, or 0 without a bitmap (rgb untouched).
+    int CopyRgb(unsigned char* rgb) const;
     // Copies the bitmap description record filled after loading.
     void GetBitmap(BITMAP* bm) const {
         if (bm != nullptr) *bm = m_bitmap;
@@ -93,6 +101,8 @@ public:
 private:
     // Copies the palette of the loaded bitmap into the entries and builds the handle.
     int TakePalette();
+    // LoadImgFile's work, with the rate m_fixedRate set by the caller (0: none).
+    SC_IMG_ERRORS Load(const wchar_t* path, int noSetResRate);
 
     int m_paletteSize;
     kel_text::CKelString m_imgFile;
@@ -108,6 +118,7 @@ private:
     int m_rateRes;
     int m_rateResSum;
     BITMAP m_bitmap;
+    int m_fixedRate;  // the rate LoadImgFileAtRate asked for, 0 for none
 };
 
 // Bytes that the image at path will need (a temporary CFCIMGBitmap's GetImgFileSize).

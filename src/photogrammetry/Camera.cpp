@@ -43,6 +43,35 @@ void CCamera::Copy(const CCamera& src) {
     m_aux.Append(src.m_aux);
 }
 
+void CCamera::ImgToPhc(double u, double v, double& x, double& y) const {
+    const double mx = u * m_resolution.x - m_principal.x;
+    const double my = m_principal.y - v * m_resolution.y;
+    double dx = 0.0, dy = 0.0;
+    m_dist.CalDist(mx, my, dx, dy);
+    x = mx + dx;
+    y = my + dy;
+}
+
+int CCamera::PhcToImg(double x, double y, double& u, double& v) const {
+    const double resx = m_resolution.x, resy = m_resolution.y;
+    if (resx == 0.0 || resy == 0.0) return 0;
+    double mx = x, my = y;
+    int ite = 0;
+    for (; ite < kInvIteLim; ++ite) {
+        double dx = 0.0, dy = 0.0;
+        m_dist.CalDist(mx, my, dx, dy);
+        const double nx = x - dx, ny = y - dy;
+        const double change = std::fabs(nx - mx) + std::fabs(ny - my);
+        mx = nx;
+        my = ny;
+        if (change <= kInvTol) break;
+    }
+    if (ite == kInvIteLim || !std::isfinite(mx) || !std::isfinite(my)) return 0;
+    u = (mx + m_principal.x) / resx;
+    v = (m_principal.y - my) / resy;
+    return 1;
+}
+
 namespace {
 
 // Line reader over an open file: bytes up to the next line feed (dropped); a carriage return

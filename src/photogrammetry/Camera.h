@@ -38,6 +38,9 @@ public:
     static constexpr int kMaxLineBytes = 4096;
     static constexpr int kMaxRadialValues = 65536;
     static constexpr int kMaxWriteLine = 255;
+    // Fixed-point passes of PhcToImg's distortion inversion, and the change (mm) that ends it.
+    static constexpr int kInvIteLim = 100;
+    static constexpr double kInvTol = 1e-13;
 
     CCamera();
     CCamera(const CCamera& src);
@@ -56,6 +59,19 @@ public:
     // after the file (its name without folder and extension).
     int Write(const wchar_t* path);
     void Trace() const {}
+
+    // Image pixels and photo millimetres. Pixels: full resolution, u to the right, v down the
+    // rows, pixel i spanning [i, i + 1) (its centre at i + 0.5). Photo: millimetres relative
+    // to the principal point, y up. The measured photo point of pixel (u, v) is
+    // m = (u resx - ppx, ppy - v resy), and its ideal (distortion-free) point m + D(m).
+    //
+    // The ideal photo point of a pixel (the correction of m_dist applied).
+    void ImgToPhc(double u, double v, double& x, double& y) const;
+    // The pixel where the ideal photo point (x, y) is seen: the measured point m with
+    // m + D(m) = (x, y), by fixed-point iteration m = ideal - D(m) (a contraction for any lens
+    // whose correction changes slowly), then pixels. 1, or 0 for a zero pixel size or when the
+    // iteration does not settle within kInvIteLim passes (u, v unchanged). Logs nothing.
+    int PhcToImg(double x, double y, double& u, double& v) const;
 
     kel_text::CKelString m_name;
     std::int32_t m_fiducial;  // 1 when the last Read found a fiducial mark

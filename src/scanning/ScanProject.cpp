@@ -121,9 +121,8 @@ void CKelScanProject::XYZToHV(const CXYZ& target, double& h, double& v) {
 void CKelScanProject::ImgToPhc(const CXYZ& img, CXYZ& phc) {
     phc = img;
     if (m_pCamera == nullptr) return;
-    double x = img.x * m_pCamera->m_resolution.x - m_pCamera->m_principal.x;
-    double y = m_pCamera->m_principal.y - img.y * m_pCamera->m_resolution.y;
-    CalDist(x, y);
+    double x = 0.0, y = 0.0;
+    m_pCamera->ImgToPhc(img.x, img.y, x, y);
     phc.x = x;
     phc.y = y;
 }

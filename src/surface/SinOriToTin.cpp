@@ -88,23 +88,10 @@ int CSinOriToTin::ObjToPhc(const CXYZ& obj, CXYZ& phc) const {
 }
 
 int CSinOriToTin::ObjToImg(const CXYZ& obj, CXYZ& img) const {
-    const double resx = m_camera.m_resolution.x, resy = m_camera.m_resolution.y;
     CXYZ ideal;
-    if (resx == 0.0 || resy == 0.0 || !ObjToPhc(obj, ideal)) return 0;
-    // m = ideal - D(m): a contraction for any lens whose correction changes slowly.
-    double mx = ideal.x, my = ideal.y;
-    int ite = 0;
-    for (; ite < kInvIteLim; ++ite) {
-        double dx = 0.0, dy = 0.0;
-        m_camera.m_dist.CalDist(mx, my, dx, dy);
-        const double nx = ideal.x - dx, ny = ideal.y - dy;
-        const double change = std::fabs(nx - mx) + std::fabs(ny - my);
-        mx = nx;
-        my = ny;
-        if (change <= kInvTol) break;
-    }
-    if (ite == kInvIteLim || !std::isfinite(mx) || !std::isfinite(my)) return 0;
+    double u = 0.0, v = 0.0;
+    if (!ObjToPhc(obj, ideal) || !m_camera.PhcToImg(ideal.x, ideal.y, u, v)) return 0;
     img = ideal;
-    img.SetXYZ((mx + m_camera.m_principal.x) / resx, (m_camera.m_principal.y - my) / resy, 0.0);
+    img.SetXYZ(u, v, 0.0);
     return 1;
 }

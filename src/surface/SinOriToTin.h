@@ -28,10 +28,6 @@ class KELSCAN_API CSinOriToTin {
 public:
     KEL_DECLARE_ALLOCATOR
 
-    // Fixed-point passes of ObjToImg's distortion inversion, and the change (mm) that ends it.
-    static constexpr int kInvIteLim = 100;
-    static constexpr double kInvTol = 1e-13;
-
     CSinOriToTin();
     CSinOriToTin(const CSinOriToTin& src);
     CSinOriToTin& operator=(const CSinOriToTin& src);
@@ -73,9 +69,8 @@ public:
     // or the point lies in the camera's plane (Z' == 0) or behind the camera (Z' > 0).
     int ObjToPhc(const CXYZ& obj, CXYZ& phc) const;
     // The full-resolution pixel where an object point is seen: its ideal photo point taken
-    // to the measured one m (m + D(m) = ideal, by fixed-point iteration), then to pixels. 1,
-    // or 0 as ObjToPhc, for a zero pixel size, or when the iteration does not settle within
-    // kInvIteLim passes.
+    // to the measured one and to pixels by the camera (CCamera::PhcToImg). 1, or 0 as
+    // ObjToPhc, for a zero pixel size, or when the camera's inversion does not settle.
     int ObjToImg(const CXYZ& obj, CXYZ& img) const;
 
 private:

@@ -46,3 +46,31 @@ expect_bad_input("--step: \"nan\" is not a finite number" camera table ${DATA}/c
 file(WRITE ${WORK}/same.csv "1,3,3\n2,3,3\n")
 expect_bad_input("the points do not determine a similarity"
     helmert --target ${WORK}/tgt.csv --source ${WORK}/same.csv)
+
+# OpenCV interchange: the sample camera out and back in; the numbers OpenCV needs are exact, the
+# lens model is fitted and the residual printed.
+run_kelscan(out rc err camera export-opencv ${DATA}/camera.cam ${WORK}/cam.yml --image-size 4000,3000
+    --format csv)
+string(FIND "${out}" "fx_px,5269.4610778443121\nfy_px,5269.4610778443121\ncx_px,2000.0988023952095\n" at)
+string(REGEX MATCH "largest_residual_px,([0-9.e-]+)" m "${out}")
+if(NOT rc EQUAL 0 OR at LESS 0 OR NOT CMAKE_MATCH_1 LESS 0.001)
+    message(FATAL_ERROR "camera export-opencv: rc=${rc}\n${out}${err}")
+endif()
+run_kelscan(out rc err camera import-opencv ${WORK}/cam.yml --pixel-size 0.00167,0.00167 ${WORK}/back.cam)
+string(FIND "${out}" "focal length: 8.800000 mm (fx times the pixel width)\nprincipal point x: 3.341000 mm\n" at)
+string(FIND "${out}" "distortion model: 1 (radial k1 k2 k3 k4; --model sets it)\nlargest residual: 0.00000" at2)
+if(NOT rc EQUAL 0 OR at LESS 0 OR at2 LESS 0)
+    message(FATAL_ERROR "camera import-opencv: rc=${rc}\n${out}${err}")
+endif()
+file(READ ${WORK}/back.cam back)
+string(FIND "${back}" "1\t\t\t\t\t// distortion model\n4\t\t\t\t\t// number of distortion parameters\n-2.150000e-03\t\t// distortion parameter 1\n4.800000e-05\t\t// distortion parameter 2\n-3." at)
+if(at LESS 0)
+    message(FATAL_ERROR "camera import-opencv wrote\n${back}")
+endif()
+file(READ ${WORK}/cam.yml yml)
+string(REPLACE "   dt: d\n   data: [ 5" "   dt: x\n   data: [ 5" bad "${yml}")
+file(WRITE ${WORK}/bad.yml "${bad}")
+expect_bad_input("${WORK}/bad.yml:6: dt \"x\" is no element type"
+    camera import-opencv ${WORK}/bad.yml --pixel-size 0.00167,0.00167 ${WORK}/x.cam)
+expect_bad_input("--pixel-size: the camera matrix makes the pixels 0.001670 mm high (fx SX / fy), more than 1 % from 0.002"
+    camera import-opencv ${WORK}/cam.yml --pixel-size 0.00167,0.002 ${WORK}/x.cam)

@@ -194,3 +194,57 @@ TEST_F(FCIMGBitmapTest, PalettesAndCreate) {
 }
 
 }  // namespace
+
+namespace {
+
+// The red, green, blue bytes a picture's pixel shows.
+std::vector<std::uint8_t> Rgb(const Picture& p) {
+    std::vector<std::uint8_t> out;
+    const int n = p.bitsPerPixel <= 8 ? 1 : p.bitsPerPixel / 8;
+    for (std::size_t i = 0; i < p.pixels.size(); i += static_cast<std::size_t>(n)) {
+        const std::uint8_t* bgr = p.bitsPerPixel <= 8 ? &p.palette[4u * p.pixels[i]] : &p.pixels[i];
+        out.insert(out.end(), {bgr[2], bgr[1], bgr[0]});
+    }
+    return out;
+}
+
+}  // namespace
+
+// A rate chosen by the caller, and the pixels as RGB bytes whatever the depth.
+TEST_F(FCIMGBitmapTest, AChosenRateAndRgbBytes) {
+    const std::string jpeg = JpegBytes(640, 480, false, 90);
+    Write("photo.jpg", jpeg);
+    CFCIMGBitmap img;
+    std::vector<std::uint8_t> rgb(3 * 160 * 120, 7);
+    EXPECT_EQ(img.CopyRgb(rgb.data()), 0);  // nothing loaded: untouched
+    EXPECT_EQ(rgb[0], 7);
+    ASSERT_EQ(img.LoadImgFileAtRate(L"\\photo.jpg", 4), SC_IMG_OK);
+    EXPECT_EQ(img.GetRate_Res(), 4);
+    int w = 0, h = 0;
+    std::vector<std::uint8_t> bgr;
+    ASSERT_TRUE(kel_imgtest::DecodeReference(jpeg, 4, w, h, bgr));
+    ASSERT_EQ(img.GetImageWidth() * img.GetImageHeight(), 160 * 120);
+    ASSERT_EQ(img.CopyRgb(rgb.data()), 1);
+    for (std::size_t i = 0; i < bgr.size(); i += 3) std::swap(bgr[i], bgr[i + 2]);
+    EXPECT_EQ(rgb, bgr);
+    ASSERT_EQ(img.ReloadImgFile(), SC_IMG_OK);  // the rate stays until the next load
+    EXPECT_EQ(img.GetImageWidth(), 160);
+
+    for (const int bits : {1, 4, 8, 24, 32}) {
+        SCOPED_TRACE(bits);
+        const Picture p = Pattern(13, 5, bits);
+        Write("p.bmp", BmpBytes(p, false));
+        ASSERT_EQ(img.LoadImgFileAtRate(L"\\p.bmp", 1), SC_IMG_OK);
+        std::vector<std::uint8_t> out(3 * 13 * 5);
+        ASSERT_EQ(img.CopyRgb(out.data()), 1);
+        EXPECT_EQ(out, Rgb(p));
+    }
+    ClearLines();
+    EXPECT_EQ(img.LoadImgFileAtRate(L"\\p.bmp", 2), SC_IMG_ERR_TYPE);
+    EXPECT_EQ(img.LoadImgFileAtRate(L"\\photo.jpg", 3), SC_IMG_ERR_TYPE);
+    EXPECT_EQ(Lines(), (std::vector<std::string>{
+                           "CFCIMGBitmap::LoadImgFileAtRate rate != 1 && GetFileTypeExt(path) != "
+                           "SC_IMG_EXT_JPEG",
+                           "CFCIMGBitmap::LoadImgFileAtRate rate != 1 && rate != 2 && rate != 4 && "
+                           "rate != 8"}));
+}
