@@ -1,8 +1,10 @@
 // IntersectRay's hierarchy against Embree's single-ray query (rtcIntersect1) on the surface of
 // a million scan-ordered points and 100 000 rays through the pixels of a photograph; and the
-// hierarchy's build against CreateTin. Each figure is the fastest of `runs` (default 3), in
-// the thread's CPU time (a shared, busy machine preempts; CPU time keeps the ratios fair), and
-// the ray passes of the two alternate.
+// hierarchy's build against CreateTin. Each figure is measured `runs` times (default 5) in the
+// thread's CPU time (a shared, busy machine preempts; CPU time keeps the ratios fair), the two
+// sides of each ratio alternating (CreateTin then the build on the same fresh copy of the
+// points; our ray pass then Embree's), and printed as the median and the fastest run, with the
+// ratio of the medians and of the fastest runs and the system's load average before and after.
 // Embree runs on one thread, gets the vertices as floats relative to the station (its own
 // precision) and is told the scene is static and of high quality. Prints the times, the two
 // ratios and how many rays both answer with the same triangle.
@@ -15,6 +17,7 @@
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "TinPoints.h"
@@ -35,29 +38,62 @@ struct Clock {
 
 double Seconds(double t0) { return Clock::now() - t0; }
 
+// The first line of /proc/loadavg, or "?" where there is none.
+std::string LoadAverage() {
+    char line[128] = "?";
+    if (std::FILE* f = std::fopen("/proc/loadavg", "r")) {
+        if (std::fgets(line, sizeof line, f) == nullptr) line[0] = '\0';
+        std::fclose(f);
+    }
+    std::string s(line);
+    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+    return s;
+}
+
+struct Figure {
+    double median, fastest;
+};
+
+Figure Summary(std::vector<double> t) {
+    std::sort(t.begin(), t.end());
+    const std::size_t n = t.size();
+    return {n % 2 == 1 ? t[n / 2] : 0.5 * (t[n / 2 - 1] + t[n / 2]), t[0]};
+}
+
+void Print(const char* what, const std::vector<double>& t) {
+    const Figure f = Summary(t);
+    std::printf("%-24s median %9.1f ms   fastest %9.1f ms\n", what, f.median * 1e3,
+                f.fastest * 1e3);
+}
+
+void Ratio(const char* what, const std::vector<double>& a, const std::vector<double>& b,
+           const char* goal) {
+    const Figure fa = Summary(a), fb = Summary(b);
+    std::printf("%-24s median %9.3f      fastest %9.3f      (goal %s)\n", what,
+                fa.median / fb.median, fa.fastest / fb.fastest, goal);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 3;
+    const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const std::string loadBefore = LoadAverage();
     auto source = std::make_unique<CTin>();
     tin_bench::Load(*source, tin_bench::PointSet::kScan, 1000000);
     const std::vector<tin_bench::Ray> rays = tin_bench::PhotoRays();
 
-    double createTin = 1e30, build = 1e30, ours = 1e30, embree = 1e30, embreeBuild = 1e30;
+    std::vector<double> createTin, build, ours, embree, embreeBuild;
     std::unique_ptr<CTin> tin;
-    for (int i = 0; i < runs; ++i) {
-        tin = std::make_unique<CTin>(*source);
-        const double t0 = Clock::now();
-        if (tin->CreateTin(0.0) != 1) return 1;
-        createTin = std::min(createTin, Seconds(t0));
-    }
     CXYZ hit;
     int tri = -1;
     for (int i = 0; i < runs; ++i) {
-        tin->DropRayIndex();
-        const double t0 = Clock::now();
+        tin = std::make_unique<CTin>(*source);
+        double t0 = Clock::now();
+        if (tin->CreateTin(0.0) != 1) return 1;
+        createTin.push_back(Seconds(t0));
+        t0 = Clock::now();
         tin->IntersectRay(tin_bench::Origin(rays[0]), tin_bench::Dir(rays[0]), hit, tri);
-        build = std::min(build, Seconds(t0));
+        build.push_back(Seconds(t0));
     }
     RTCDevice device = rtcNewDevice("threads=1");
     const double* o = rays[0].o;
@@ -85,7 +121,7 @@ int main(int argc, char** argv) {
         rtcReleaseGeometry(geom);
         const double t0 = Clock::now();
         rtcCommitScene(scene);
-        embreeBuild = std::min(embreeBuild, Seconds(t0));
+        embreeBuild.push_back(Seconds(t0));
     }
 
     std::vector<int> ourTri(rays.size(), -1);
@@ -99,7 +135,7 @@ int main(int argc, char** argv) {
                 tin->IntersectRay(tin_bench::Origin(rays[k]), tin_bench::Dir(rays[k]), hit, tri)
                     ? tri
                     : -1;
-        ours = std::min(ours, Seconds(t0));
+        ours.push_back(Seconds(t0));
         t0 = Clock::now();
         for (std::size_t k = 0; k < rays.size(); ++k) {
             RTCRayHit rh;
@@ -119,7 +155,7 @@ int main(int argc, char** argv) {
             embreeTri[k] =
                 rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? RTC_INVALID_GEOMETRY_ID : rh.hit.primID;
         }
-        embree = std::min(embree, Seconds(t0));
+        embree.push_back(Seconds(t0));
     }
     rtcReleaseScene(scene);
     rtcReleaseDevice(device);
@@ -132,16 +168,16 @@ int main(int argc, char** argv) {
     }
     std::printf(
         "surface: %d points, %d triangles; %zu rays, %zu hits, %zu with the same "
-        "triangle as Embree\n",
-        tin->GetPointSize(), tin->GetTriSize(), rays.size(), hits, same);
-    std::printf("CreateTin            %10.1f ms\n", createTin * 1e3);
-    std::printf("hierarchy build      %10.1f ms   build / CreateTin  %.3f (goal <= 0.25)\n",
-                build * 1e3, build / createTin);
-    std::printf("Embree scene build   %10.1f ms (one thread)\n", embreeBuild * 1e3);
-    std::printf("IntersectRay x %zu %10.1f ms   %.3f us a ray\n", rays.size(), ours * 1e3,
-                ours / rays.size() * 1e6);
-    std::printf("rtcIntersect1 x %zu %9.1f ms   %.3f us a ray\n", rays.size(), embree * 1e3,
-                embree / rays.size() * 1e6);
-    std::printf("ours / Embree        %10.3f (goal <= 2)\n", ours / embree);
+        "triangle as Embree; %d runs\n",
+        tin->GetPointSize(), tin->GetTriSize(), rays.size(), hits, same, runs);
+    Print("CreateTin", createTin);
+    Print("hierarchy build", build);
+    Print("Embree build (1 thread)", embreeBuild);
+    Print("IntersectRay (rays)", ours);
+    Print("rtcIntersect1 (rays)", embree);
+    Ratio("build / CreateTin", build, createTin, "<= 0.25");
+    Ratio("IntersectRay / Embree", ours, embree, "<= 2");
+    std::printf("load average before: %s\nload average after:  %s\n", loadBefore.c_str(),
+                LoadAverage().c_str());
     return 0;
 }

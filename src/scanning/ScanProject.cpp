@@ -250,10 +250,12 @@ int CKelScanProject::OrientCalc(const CXYZArray& img, const CXYZArray& obj) {
     for (int i = 0; i < nPair; ++i) objPair[i] -= mean;
     ImgToPhc(imgPair);
     CSinOri ori;
-    if (!ori.Create(objPair, imgPair, m_pCamera->m_focal) || !ori.CalSinOri2()) {
-        KEL_TRACE_ALWAYS(L"CKelScanProject::OrientCalc !ori.CalSinOri2()");
+    const double focal = m_pCamera->m_focal;
+    if (!ori.Create(objPair, imgPair, focal)) {  // pairs were counted: the focal length
+        KEL_TRACE_ALWAYS(L"CKelScanProject::OrientCalc !ori.Create(objPair, imgPair, focal)");
         return 0;
     }
+    if (!ori.CalSinOri2()) return 0;  // the resection traced
     const CXYZ centre = ori.m_pos + mean;
     m_pSinOriToTin->SetCamera(*m_pCamera);
     return m_pSinOriToTin->SetOrientation(ori.m_focal, centre, ori.m_rot);

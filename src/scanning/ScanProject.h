@@ -87,8 +87,9 @@ public:
     void SetEstimateParams(int count, int seconds);
     // Lowers (or sets) the count still to measure, r, as the scan goes on.
     void SetEstimateRemaining(int count);
-    // Seconds still needed, given the time since the scan began. With h = N / 2 (integer):
-    // r > h: ((T / N)(r - h) + e) / h * r; otherwise r / (N - r) * e. Truncated. Guards: N <= 0
+    // Seconds still needed, given the time since the scan began. With h = N / 2 (integer) and
+    // e the elapsed seconds: r > h: ((T / N)(r - h) + e) / h * r; otherwise r / (N - r) * e,
+    // each in doubles (T / N is not rounded to whole seconds). Truncated. Guards: N <= 0
     // gives 0; r is taken clamped into [0, N]; N == 1 (h == 0) with r == 1 gives T (nothing
     // measured yet: the plan); results beyond the int range are clamped.
     int EstimateRemainingTime(unsigned long elapsedMilliseconds);
@@ -104,7 +105,8 @@ public:
     // so that control thousands of metres from the origin keeps its precision; CSinOri's
     // multi-start resection (CalSinOri2) solves; the result (and the camera) go into the
     // CSinOriToTin, which becomes ready. 1; 0 after one trace line without project or camera,
-    // with fewer than 4 pairs, or when the resection fails.
+    // with fewer than 4 pairs, a camera focal length <= 0, or when the resection fails (its
+    // own line).
     int OrientCalc(const CXYZArray& img, const CXYZArray& obj);
 
     // ---- the inverse direction -------------------------------------------------------------

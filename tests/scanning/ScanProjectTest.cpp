@@ -11,6 +11,7 @@
 #include "scanning/ScanProject.h"
 #include "scanning/ScanScene.h"
 #include "surface/SinOriToTin.h"
+#include "surface/TinRay.h"
 
 namespace {
 
@@ -132,32 +133,50 @@ TEST_F(ScanProjectTest, PixelToAnglesAndBackOverAPlane) {
     EXPECT_TRUE(Lines().empty());
 }
 
-// A bumpy hillside: the surface point lies on the mesh, is seen at the pixel it came from, and
-// the instrument's line of sight at its angles meets the same point.
+// A bumpy hillside: the angles of a pixel are those of the first point of the pixel's own ray
+// (written out in ScanScene.h) on the mesh, found by testing every triangle; that point lies
+// on the mesh, is seen at the pixel it came from, and the instrument's line of sight at its
+// angles meets it again.
 TEST_F(ScanProjectTest, PixelToAnglesAndBackOverABumpyTin) {
-    CKelScanProject p;
-    MakeProject(p, true, true);
-    Orient(p);
-    std::mt19937 rng(15);
-    std::uniform_real_distribution<double> uu(0.0, kWidth), vv(0.0, kHeight);
-    for (int i = 0; i < 60; ++i) {
-        const CXYZ pix(uu(rng), vv(rng), 0.0);
-        CXYZ xyz;
-        ASSERT_EQ(p.ImgToXYZ(pix, xyz), 1) << pix.x << "," << pix.y;
-        CXYZ m = xyz;
-        CCalcXYZHV::CnvSokuToMath(m);
-        double z = 0.0;
-        ASSERT_EQ(p.m_pSinOriToTin->GetTin().GetHeight(m.x, m.y, z), 1);
-        EXPECT_NEAR(z, m.z, 1e-6);  // mm
-        CXYZ img;
-        ASSERT_EQ(p.m_pSinOriToTin->ObjToImg(m, img), 1);
-        EXPECT_NEAR(img.x, pix.x, 1e-5);
-        EXPECT_NEAR(img.y, pix.y, 1e-5);
-        double h = 0.0, v = 0.0;
-        p.XYZToHV(xyz, h, v);
-        CXYZ sight;
-        ASSERT_EQ(p.HVToXYZ(h, v, sight), 1);
-        EXPECT_LT(sight.Len(xyz), 1e-7);
+    for (bool distortion : {false, true}) {
+        CKelScanProject p;
+        MakeProject(p, distortion, true);
+        Orient(p);
+        const CCamera cam = Camera(distortion);
+        const CTin& tin = p.m_pSinOriToTin->GetTin();
+        std::mt19937 rng(15);
+        std::uniform_real_distribution<double> uu(0.0, kWidth), vv(0.0, kHeight);
+        for (int i = 0; i < 40; ++i) {
+            const CXYZ pix(uu(rng), vv(rng), 0.0);
+            CXYZ o = CameraCentre(), d = PixelRay(cam, pix.x, pix.y);
+            CCalcXYZHV::CnvSokuToMath(o);
+            CCalcXYZHV::CnvSokuToMath(d);
+            double t = 0.0;
+            int tri = -1;
+            ASSERT_EQ(kel_tinray::IntersectAll(tin, o, d, t, tri), 1);
+            CXYZ truth = o + d * t;
+            CCalcXYZHV::CnvMathToSoku(truth);
+            double h0 = 0.0, v0 = 0.0, h = 0.0, v = 0.0;
+            TaskInverse(kStation, truth, kInstHeight, kBsAzimuth, kBsReading, h0, v0);
+            ASSERT_EQ(p.ImgToHV(pix, h, v), 1) << pix.x << "," << pix.y;
+            EXPECT_LT(AngleDiff(h, h0), kDegTol);
+            EXPECT_NEAR(v, v0, kDegTol);
+
+            CXYZ xyz;
+            ASSERT_EQ(p.ImgToXYZ(pix, xyz), 1);
+            CXYZ m = xyz;
+            CCalcXYZHV::CnvSokuToMath(m);
+            double z = 0.0;
+            ASSERT_EQ(tin.GetHeight(m.x, m.y, z), 1);
+            EXPECT_NEAR(z, m.z, 1e-6);  // mm
+            CXYZ img;
+            ASSERT_EQ(p.m_pSinOriToTin->ObjToImg(m, img), 1);
+            EXPECT_NEAR(img.x, pix.x, distortion ? 1e-5 : kPxTol);
+            EXPECT_NEAR(img.y, pix.y, distortion ? 1e-5 : kPxTol);
+            CXYZ sight;
+            ASSERT_EQ(p.HVToXYZ(h, v, sight), 1);
+            EXPECT_LT(sight.Len(xyz), 1e-7);
+        }
     }
 }
 
@@ -195,6 +214,19 @@ TEST_F(ScanProjectTest, OrientCalcFromControlFarFromTheOrigin) {
             EXPECT_NEAR(v1, v2, kDegTol);
         }
 
+    // Failures: one line each, the resection's own when it is the one that fails.
+    CXYZArray line = obj;  // the control on one straight line: no camera fits
+    for (int i = 0; i < line.GetSize(); ++i)
+        line[i].SetXYZ(kStation.x + 10.0 + i, kStation.y + 20.0 + 2.0 * i, 105.0 + 0.5 * i);
+    ClearLines();
+    EXPECT_EQ(p.OrientCalc(img, line), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CSinOri::CalSinOri2 best == DBL_MAX");
+    p.m_pCamera->m_focal = 0.0;  // a camera without its file
+    ClearLines();
+    EXPECT_EQ(p.OrientCalc(img, obj), 0);
+    ASSERT_EQ(Lines().size(), 1u);
+    EXPECT_EQ(Lines()[0], "CKelScanProject::OrientCalc !ori.Create(objPair, imgPair, focal)");
     ClearLines();
     while (obj.GetSize() > 3) obj.RemoveAt(0);
     EXPECT_EQ(p.OrientCalc(img, obj), 0);

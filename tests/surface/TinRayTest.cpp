@@ -66,6 +66,50 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
         const CXYZ o(target.x + 20.0 * (u(rng) - 0.5), target.y + 20.0 * (u(rng) - 0.5), 130.0);
         same += CompareRays(bumpy, o, target - o, hits);
     }
+    for (int i = 0; i < 800; ++i, ++rays) {  // grazing: 1e-9 to 0.1 above a triangle's plane
+        const int k = static_cast<int>(u(rng) * bumpy.GetTriSize());
+        const CTin::CTri& t = bumpy.GetTri(k);
+        const CXYZ &a = bumpy.m_point[t.v[0]], &b = bumpy.m_point[t.v[1]],
+                   &c = bumpy.m_point[t.v[2]];
+        const double wb = u(rng), wc = (1.0 - wb) * u(rng);
+        const CXYZ target = a + (b - a) * wb + (c - a) * wc;
+        CXYZ n;
+        ASSERT_EQ(bumpy.GetNormal(k, n), 1);
+        CXYZ along(u(rng) - 0.5, u(rng) - 0.5, 0.0);
+        along = along - n * along.Inn(n);
+        const CXYZ d = along - n * (std::pow(10.0, -9.0 + 8.0 * u(rng)) * along.Len());
+        same += CompareRays(bumpy, target - d * (5.0 + 50.0 * u(rng)), d, hits);
+    }
+    for (int i = 0; i < 500; ++i, ++rays) {  // a zero component; far origins; any scale
+        CXYZ o(5000.0 + 100.0 * u(rng), 3000.0 + 100.0 * u(rng), 100.0 + 4.0 * (u(rng) - 0.5));
+        CXYZ d(u(rng) - 0.5, u(rng) - 0.5, u(rng) - 0.5);
+        switch (i % 5) {
+            case 0:
+                d.z = 0.0;  // level, through the bumps
+                break;
+            case 1:
+                d.SetXYZ(0.0, 0.0, i % 2 == 0 ? -1.0 : 1.0);  // vertical, from above or below
+                o.z = 130.0 - 60.0 * (i % 2);
+                break;
+            case 2:  // downwards in a plane of constant x or y
+                (u(rng) < 0.5 ? d.x : d.y) = 0.0;
+                o.z = 110.0;
+                d.z = -std::fabs(d.z);
+                break;
+            case 3: {  // from a kilometre to a thousand kilometres away, onto a vertex
+                const CTin::CTri& t = bumpy.GetTri(static_cast<int>(u(rng) * bumpy.GetTriSize()));
+                d = CXYZ(u(rng) - 0.5, u(rng) - 0.5, -0.3 * u(rng));
+                o = bumpy.m_point[t.v[i % 3]] - d * (1e3 * std::pow(10.0, 3.0 * u(rng)) / d.Len());
+                break;
+            }
+            default:  // directions from 1e-30 to 1e30 long
+                o.z = 120.0;
+                d.z = -0.5;
+                d = d * std::pow(10.0, 60.0 * (u(rng) - 0.5));
+                break;
+        }
+        same += CompareRays(bumpy, o, d, hits);
+    }
     for (int i = 0; i < 1000; ++i, ++rays) {  // the grid: vertices, edges, verticals, grazing
         const double x = std::floor(u(rng) * 30.0), y = std::floor(u(rng) * 30.0);
         CXYZ o(x, y, 5.0), d(0.0, 0.0, -1.0);
@@ -89,6 +133,19 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
                 break;
         }
         same += CompareRays(grid, o, d, hits);
+    }
+    // A dense cluster in a kilometre-wide mesh: thousands of triangles share a Morton cell
+    // and are split in halves of equal codes.
+    CTin cluster;
+    for (const CXYZ& c : {CXYZ(0, 0, 0), CXYZ(1000, 0, 5), CXYZ(0, 1000, 3), CXYZ(1000, 1000, 9)})
+        cluster.AddPoint(c.x, c.y, c.z);
+    for (int i = 0; i < 2000; ++i)
+        cluster.AddPoint(500.0 + 0.01 * u(rng), 500.0 + 0.01 * u(rng), 0.001 * u(rng));
+    ASSERT_EQ(cluster.CreateTin(0.0), 1);
+    for (int i = 0; i < 200; ++i, ++rays) {
+        const CXYZ target(500.0 + 0.01 * u(rng), 500.0 + 0.01 * u(rng), 0.0);
+        const CXYZ o(target.x + u(rng) - 0.5, target.y + u(rng) - 0.5, 1.0);
+        same += CompareRays(cluster, o, target - o, hits);
     }
     // A mesh of one or two triangles: a root with one leaf.
     for (int nPt : {3, 4}) {
