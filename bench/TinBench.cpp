@@ -21,12 +21,12 @@ using tin_bench::PointSet;
 constexpr int kMillion = 1000000;
 
 void SetPerPoint(benchmark::State& state, int n) {
-    state.counters["per_point"] = benchmark::Counter(
-        static_cast<double>(n),
-        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["per_point"] =
+        benchmark::Counter(static_cast<double>(n), benchmark::Counter::kIsIterationInvariantRate |
+                                                       benchmark::Counter::kInvert);
 }
 
-void RunCreateTin(benchmark::State& state, PointSet set, int n, bool grid) {
+void RunCreateTin(benchmark::State& state, PointSet set, int n, bool grid, bool spatial = false) {
     auto source = std::make_unique<CTin>();
     tin_bench::Load(*source, set, n);
     int triangles = 0;
@@ -35,7 +35,8 @@ void RunCreateTin(benchmark::State& state, PointSet set, int n, bool grid) {
         auto tin = std::make_unique<CTin>(*source);
         tin->UseLocateGrid(grid);
         state.ResumeTiming();
-        if (tin->CreateTin(0.0) != 1) state.SkipWithError("CreateTin failed");
+        if ((spatial ? tin->CreateTinSpatial(0.0) : tin->CreateTin(0.0)) != 1)
+            state.SkipWithError("CreateTin failed");
         triangles = tin->GetTriSize();
         state.PauseTiming();
         // Points the mesh left out (duplicates, or points the walk could not place).
@@ -56,6 +57,14 @@ void BM_CreateTin(benchmark::State& state, PointSet set) {
 BENCHMARK_CAPTURE(BM_CreateTin, scan, PointSet::kScan)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_CreateTin, random, PointSet::kRandom)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_CreateTin, grid, PointSet::kGrid)->Unit(benchmark::kMillisecond);
+
+// The spatially ordered triangulation: the same triangles, vertices renumbered.
+void BM_CreateTinSpatial(benchmark::State& state, PointSet set) {
+    RunCreateTin(state, set, kMillion, true, true);
+}
+BENCHMARK_CAPTURE(BM_CreateTinSpatial, scan, PointSet::kScan)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CreateTinSpatial, random, PointSet::kRandom)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CreateTinSpatial, grid, PointSet::kGrid)->Unit(benchmark::kMillisecond);
 
 // The walk from the last found triangle alone: about sqrt(n) steps per random point.
 void BM_CreateTinPlainWalk(benchmark::State& state, PointSet set) {

@@ -103,11 +103,13 @@ TEST_F(TinFileTest, GoldenBytesOfEveryVersion) {
 TEST_F(TinFileTest, RoundTripsAndFallbacks) {
     CTin tin;
     for (int i = 0; i < 60; ++i) tin.AddPoint((i * 37) % 23 * 1.5, (i * 11) % 17 * 2.25, i * 0.5);
+    CTin spatial(tin);  // the second surface numbered in the spatial order
     ASSERT_EQ(tin.CreateTin(0.0), 1);
+    ASSERT_EQ(spatial.CreateTinSpatial(0.0), 1);
     tin.SetName(L"Ground");
     TinArray tins;
     tins.Add(tin);
-    tins.Add(tin);
+    tins.Add(spatial);
     ASSERT_EQ(CTin::WriteBIN_VER2(L"\\a.tin", tins), 1);
     TinArray back;
     ASSERT_EQ(CTin::ReadBIN_VER2(L"\\a.tin", back), 1);

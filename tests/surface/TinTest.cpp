@@ -44,6 +44,97 @@ TEST_F(TinTest, RandomSetsAreDelaunayAndUseEveryPoint) {
     EXPECT_TRUE(Lines().empty());
 }
 
+// The triangles as corner coordinates, each starting at its lowest corner (x, then y).
+std::set<std::array<double, 6>> TriangleSet(const CTin& tin) {
+    std::set<std::array<double, 6>> out;
+    for (int i = 0; i < tin.GetTriSize(); ++i) {
+        const CTin::CTri& t = tin.GetTri(i);
+        int first = 0;
+        for (int k = 1; k < 3; ++k) {
+            const CXYZ &a = tin.m_point[t.v[k]], &b = tin.m_point[t.v[first]];
+            if (a.x < b.x || (a.x == b.x && a.y < b.y)) first = k;
+        }
+        std::array<double, 6> c{};
+        for (int k = 0; k < 3; ++k) {
+            const CXYZ& p = tin.m_point[t.v[(first + k) % 3]];
+            c[2 * k] = p.x;
+            c[2 * k + 1] = p.y;
+        }
+        out.insert(c);
+    }
+    return out;
+}
+
+TEST_F(TinTest, SpatialOrderMakesTheIndexOrderTriangles) {
+    // Random points, and a scan: rows swept left to right, one after the other, on a slope.
+    CTin random, scan, lines;
+    RandomPoints(random, 1500, 11, 1000.0);
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<double> jitter(-0.01, 0.01);
+    for (int r = 0; r < 30; ++r)
+        for (int c = 0; c < 50; ++c)
+            scan.AddPoint(c * 0.5 + jitter(rng) + r * 0.003, r * 0.7 + jitter(rng), r * 0.1);
+    // Break lines renumbered with their ends, crossing forced vertices included.
+    RandomPoints(lines, 400, 12, 100.0);
+    const int a = lines.AddPoint(10.5, 20.25, 3.0), b = lines.AddPoint(90.25, 70.5, 5.0);
+    const int c = lines.AddPoint(15.75, 85.5, 1.0), d = lines.AddPoint(80.5, 12.25, 2.0);
+    ASSERT_EQ(lines.AddBreakLine(a, b) + lines.AddBreakLine(c, d), 2);
+    for (CTin* tin : {&random, &scan, &lines}) {
+        CTin index(*tin), spatial(*tin);
+        ASSERT_EQ(index.CreateTin(0.0), 1);
+        ASSERT_EQ(spatial.CreateTinSpatial(0.0), 1);
+        CheckMesh(spatial, tin != &lines);
+        EXPECT_EQ(spatial.GetPointSize(), index.GetPointSize());
+        EXPECT_EQ(spatial.GetTriSize(), index.GetTriSize());
+        EXPECT_TRUE(TriangleSet(spatial) == TriangleSet(index));
+        // The vertices are the same points, renumbered: not in index order any more.
+        std::multiset<std::array<double, 3>> p0, p1;
+        int moved = 0;
+        for (int i = 0; i < tin->GetPointSize(); ++i) {
+            const CXYZ &u = tin->m_point[i], &v = spatial.m_point[i];
+            p0.insert({u.x, u.y, u.z});
+            p1.insert({v.x, v.y, v.z});
+            moved += u.x != v.x || u.y != v.y;
+        }
+        EXPECT_TRUE(p0 == p1);
+        EXPECT_GT(moved, tin->GetPointSize() / 2);
+        for (int s = 0; s < tin->GetBreakLineSize(); ++s)
+            for (int e = 0; e < 2; ++e) {
+                const CXYZ& u = tin->m_point[tin->GetBreakLine(s).v[e]];
+                const CXYZ& v = spatial.m_point[spatial.GetBreakLine(s).v[e]];
+                EXPECT_TRUE(u.x == v.x && u.y == v.y && u.z == v.z) << s;
+            }
+        // The same input gives the same numbering.
+        CTin again(*tin);
+        ASSERT_EQ(again.CreateTinSpatial(0.0), 1);
+        ASSERT_EQ(again.GetTriSize(), spatial.GetTriSize());
+        int differ = 0;
+        for (int i = 0; i < spatial.GetTriSize(); ++i)
+            for (int k = 0; k < 3; ++k)
+                differ += again.GetTri(i).v[k] != spatial.GetTri(i).v[k] ||
+                          again.GetTri(i).nb[k] != spatial.GetTri(i).nb[k];
+        EXPECT_EQ(differ, 0);
+    }
+    EXPECT_TRUE(Lines().empty());
+    // A point left out (here a batch duplicate) sends the points back to index order: the
+    // surface is CreateTin's, numbering included.
+    CTin dup, ref;
+    for (CTin* tin : {&dup, &ref}) {
+        tin->BeginAddPoint(0);
+        for (int i = 0; i < 600; ++i) tin->AddPoint2(random.m_point[i].x, random.m_point[i].y, i);
+        tin->AddPoint2(random.m_point[7].x, random.m_point[7].y, 1.0);
+        tin->EndAddPoint();
+    }
+    ASSERT_EQ(ref.CreateTin(0.0), 1);
+    ASSERT_EQ(dup.CreateTinSpatial(0.0), 1);
+    ASSERT_EQ(dup.GetTriSize(), ref.GetTriSize());
+    int differ = 0;
+    for (int i = 0; i < ref.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k) differ += dup.GetTri(i).v[k] != ref.GetTri(i).v[k];
+    for (int i = 0; i < ref.GetPointSize(); ++i) differ += dup.m_point[i].z != ref.m_point[i].z;
+    EXPECT_EQ(differ, 0);
+}
+
 TEST_F(TinTest, CreateTinFailuresEmptyTheSurface) {
     struct Case {
         std::vector<CXYZ> pts;
