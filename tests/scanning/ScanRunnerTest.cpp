@@ -471,8 +471,10 @@ TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) 
         if (!ec && length > CSFile::kHeaderSize && !LogSaysDone(Path("temp/SDB.log"))) ++midScan;
     };
     // At least kMinKills kills; on a loaded machine a run's time varies from the one measured,
-    // so more rounds follow (up to a bound) until a quarter of the kills landed mid-scan.
-    while ((kills < kMinKills || midScan < kMinKills / 4) && rounds < 4 * kMinKills) {
+    // so more rounds follow (up to a bound) until a quarter of that many kills landed mid-scan
+    // and as many resumes ran to their end.
+    while ((kills < kMinKills || midScan < kMinKills / 4 || finishedByResume < kMinKills / 4) &&
+           rounds < 4 * kMinKills) {
         const SScanCase& c = cases[rounds % 2];
         std::uniform_int_distribution<long> delay(0, fullUs[rounds % 2]);
         SCOPED_TRACE("round " + std::to_string(rounds) + " seed " + std::to_string(kKillSeed));
@@ -497,7 +499,7 @@ TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) 
         ASSERT_EQ(ReadFileBytes(Path("scan.txt")), c.text);
     }
     EXPECT_GE(kills, kMinKills);
-    EXPECT_GE(finishedByResume, rounds / 4);
+    EXPECT_GE(finishedByResume, kMinKills / 4);
     EXPECT_GE(midScan, kMinKills / 4);
     RecordProperty("Rounds", rounds);
     RecordProperty("KillsMidScan", midScan);
