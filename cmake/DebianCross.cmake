@@ -1,0 +1,20 @@
+# Cross-compiling for Linux on another processor with Debian's cross compilers and the target's
+# multiarch packages (dpkg --add-architecture; libpng-dev:<arch> and so on, installed by
+# .ci/deps). Included by the per-target toolchain files, which set KELSCAN_CROSS_TRIPLE (the
+# GNU triple: compiler prefix and multiarch folder), KELSCAN_CROSS_QEMU (the qemu-user program
+# that runs the target's programs here) and CMAKE_SYSTEM_PROCESSOR.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${KELSCAN_CROSS_TRIPLE}-gcc)
+set(CMAKE_CXX_COMPILER ${KELSCAN_CROSS_TRIPLE}-g++)
+# Libraries and packages come from the target's multiarch folders (/usr/lib/<triple>, which
+# CMake searches by CMAKE_LIBRARY_ARCHITECTURE) and from the architecture-independent ones
+# (header-only CLI11 under /usr/share/cmake); the host's own /usr/lib/<host triple> is never
+# searched. Programs run during the build (none but the emulator) are the host's.
+set(CMAKE_LIBRARY_ARCHITECTURE ${KELSCAN_CROSS_TRIPLE})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${KELSCAN_CROSS_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
+# Every program of the target (tests, test discovery, the kelscan program in the scripted
+# tests) runs through qemu-user; -L points it at the cross C library's dynamic loader, and
+# libraries not found there are taken from the multiarch folders.
+find_program(KELSCAN_CROSS_QEMU_PROGRAM ${KELSCAN_CROSS_QEMU} REQUIRED)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${KELSCAN_CROSS_QEMU_PROGRAM} -L /usr/${KELSCAN_CROSS_TRIPLE})
