@@ -14,7 +14,10 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${KELSCAN_CROSS_TRIPLE})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${KELSCAN_CROSS_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
 # Every program of the target (tests, test discovery, the kelscan program in the scripted
-# tests) runs through qemu-user; -L points it at the cross C library's dynamic loader, and
-# libraries not found there are taken from the multiarch folders.
+# tests) runs through qemu-user with the target's own multiarch C library and loader
+# (libc6:<arch>, /lib/<triple>), never with -L /usr/<triple>: that loader comes from the cross
+# compiler's libc6-<arch>-cross, built from another glibc revision than the multiarch libc.so.6
+# that the loader then finds, and the mixture hangs or crashes in fork(). The cross copy serves
+# the link only.
 find_program(KELSCAN_CROSS_QEMU_PROGRAM ${KELSCAN_CROSS_QEMU} REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${KELSCAN_CROSS_QEMU_PROGRAM} -L /usr/${KELSCAN_CROSS_TRIPLE})
+set(CMAKE_CROSSCOMPILING_EMULATOR ${KELSCAN_CROSS_QEMU_PROGRAM} -L /)
