@@ -17,6 +17,7 @@
 #include "scanning/ScanScene.h"
 #include "storage/SDBLog.h"
 #include "storage/SFile.h"
+#include "storage/StorageTestUtil.h"
 #include "surface/Tin.h"
 
 namespace {
@@ -87,16 +88,8 @@ protected:
     }
 };
 
-// 2024-03-05 06:07:08.009 UTC.
-std::uint64_t FixedClock(void*) {
-    SYSTEMTIME st{2024, 3, 2, 5, 6, 7, 8, 9};
-    FILETIME ft;
-    SystemTimeToFileTime(&st, &ft);
-    return kel_time::ToTicks(ft);
-}
-
 TEST_F(CrossArchTest, FilesMeshesAndPlansAreTheSameOnEveryProcessor) {
-    kel_time::SetClock(&FixedClock, nullptr);
+    kel_time::SetClock(&storage_test::FixedClock, nullptr);  // 2024-03-05 06:07:08.009
 
     // A surface file (version 2: texture coordinates are floats computed from the range) of a
     // terrain with a break line and thin boundary triangles removed.
