@@ -18,11 +18,16 @@ using kelscan_cli::SetExit;
 
 const char* ModelName(DIST_MODEL m) {
     switch (m) {
-        case DIST_K1K2K3K4: return "radial k1 k2 k3 k4";
-        case DIST_K1K2P1P2: return "radial k1 k2, decentring p1 p2";
-        case DIST_K1K2K3P1P2: return "radial k1 k2 k3, decentring p1 p2";
-        case DIST_POLY8: return "radial k1 k2, affine and second order a1..a6";
-        default: return "none";
+        case DIST_K1K2K3K4:
+            return "radial k1 k2 k3 k4";
+        case DIST_K1K2P1P2:
+            return "radial k1 k2, decentring p1 p2";
+        case DIST_K1K2K3P1P2:
+            return "radial k1 k2 k3, decentring p1 p2";
+        case DIST_POLY8:
+            return "radial k1 k2, affine and second order a1..a6";
+        default:
+            return "none";
     }
 }
 
@@ -68,8 +73,8 @@ kelscan_cli::Report CameraReport(const CCamera& cam) {
     kelscan_cli::Table marks{"fiducial_marks", {"name", "x_mm", "y_mm"}, {}};
     for (int i = 0; i < cam.m_fiducialMark.GetSize(); ++i) {
         const CXYZ& f = cam.m_fiducialMark[i];
-        marks.rows.push_back({Value::Text(kel_text::WideToUtf8(f.m_name)), Value::Num(f.x, 6),
-                              Value::Num(f.y, 6)});
+        marks.rows.push_back(
+            {Value::Text(kel_text::WideToUtf8(f.m_name)), Value::Num(f.x, 6), Value::Num(f.y, 6)});
     }
     r.tables = {para, marks, RadialTable(d)};
     return r;
@@ -157,12 +162,12 @@ void Setup(CLI::App& app) {
     table->callback([]() {
         CCamera cam;
         if (const int rc = LoadCamera(ta.file, cam)) return SetExit(rc);
-        if (ta.step <= 0.0)
-            return SetExit(Fail("--step must be a positive number of millimetres"));
+        if (ta.step <= 0.0) return SetExit(Fail("--step must be a positive number of millimetres"));
         if (!cam.m_dist.ParaToDist(ta.step, ta.count))
-            return SetExit(Fail("the radial table needs distortion model 1 (k1..k4), this camera "
-                                "has model " +
-                                std::to_string(static_cast<int>(cam.m_dist.GetDistModel()))));
+            return SetExit(
+                Fail("the radial table needs distortion model 1 (k1..k4), this camera "
+                     "has model " +
+                     std::to_string(static_cast<int>(cam.m_dist.GetDistModel()))));
         kelscan_cli::Report report;
         report.tables.push_back(RadialTable(cam.m_dist));
         kelscan_cli::PrintReport(std::cout, report, ta.format);

@@ -8,11 +8,12 @@
 // in metres, the surveying frame), except polygons and scan regions, whose x,y are those of the
 // plane they were drawn in.
 #include <CLI/CLI.hpp>
-
 #include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "imaging/FCIMGBitmap.h"
 
 class CPolyline;
 
@@ -34,6 +35,9 @@ typedef int (*DemoStep)(std::ostream& out, const std::string& dataDir);
 struct DemoRegistrar {
     DemoRegistrar(int order, const char* name, DemoStep step);
 };
+
+// The folder into which `kelscan demo` writes the main job's files (--out).
+const std::string& DemoOutDir();
 
 // Exit status of the sub-command that ran.
 void SetExit(int status);
@@ -141,8 +145,8 @@ struct Table {
 
 // What a command prints. text: one `label: value unit` line per field, then each table that has
 // rows as a header line and comma-separated rows. csv: the fields as a table `quantity,value`
-// (when there are any; the key carries the unit), then each table, separated by one blank line. json: one object with
-// a member per field and an array of row objects per table.
+// (when there are any; the key carries the unit), then each table, separated by one blank line.
+// json: one object with a member per field and an array of row objects per table.
 struct Report {
     std::vector<Field> fields;
     std::vector<Table> tables;
@@ -173,6 +177,15 @@ std::string PrivateTempFile();
 
 // Whether `s` ends in `tail` (lower case), ignoring the case of ASCII letters in s.
 bool EndsWithNoCase(const std::string& s, const std::string& tail);
+
+// ---------------------------------------------------------------------------------------------
+// Photographs
+
+// The one line (Fail's status) for a photograph that did not load; 0 for SC_IMG_OK.
+int PhotoLoadFailure(SC_IMG_ERRORS rc, const std::string& photo);
+// Grey value 0..255 (the mean of red, green and blue) of pixel (x, y) of a loaded bitmap, y
+// from the top; the caller keeps x and y inside it.
+int PhotoGrey(const KelDib& b, long x, long y);
 
 // Where a command's report of what it wrote goes: stdout, or stderr when an output is "-".
 std::ostream& ReportStream(const std::string& output);

@@ -110,7 +110,8 @@ bool ReadCsvRows(const std::string& path, const CsvShape& shape, std::vector<Csv
 bool ReadCsvRows(const std::string& path, int minValues, std::vector<CsvRow>& rows,
                  std::string& error) {
     const std::string n = std::to_string(minValues);
-    const CsvShape shape{{minValues, minValues + 1}, CsvShape::kName,
+    const CsvShape shape{{minValues, minValues + 1},
+                         CsvShape::kName,
                          "a name and " + n + " or " + std::to_string(minValues + 1) + " numbers"};
     return ReadCsvRows(path, shape, rows, error);
 }

@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 
 bool ParseDouble(const std::string& text, double& value) { return kel_num::Parse(text, value); }
 
-bool ParseInt(const std::string& text, int& value) { return kel_num::ParseInt(text.c_str(), value); }
+bool ParseInt(const std::string& text, int& value) {
+    return kel_num::ParseInt(text.c_str(), value);
+}
 
 std::string Fixed(double v, int places) { return kel_num::Fixed(v, places); }
 
@@ -54,6 +56,7 @@ CLI::Option* AddNumbersOption(CLI::App* app, const std::string& name, std::vecto
             },
             description)
         ->expected(count)
+        ->delimiter(',')
         ->type_name("NUMBER")
         ->check(kFiniteNumber);
 }
@@ -66,7 +69,9 @@ CLI::Option* AddFormatOption(CLI::App* app, Format& format) {
         ->add_option_function<std::string>(
             "--format",
             [&format](const std::string& name) {
-                format = name == "csv" ? Format::kCsv : name == "json" ? Format::kJson : Format::kText;
+                format = name == "csv"    ? Format::kCsv
+                         : name == "json" ? Format::kJson
+                                          : Format::kText;
             },
             "text (for people, the default), csv or json (complete, full precision)")
         ->type_name("FORMAT")
@@ -111,8 +116,10 @@ std::string TextOf(const Value& v) {
     switch (v.kind) {
         case Value::kNumber:
             return v.places < 0 ? kel_num::Exact(v.number) : Fixed(v.number, v.places);
-        case Value::kInteger: return std::to_string(v.integer);
-        default: return v.text;
+        case Value::kInteger:
+            return std::to_string(v.integer);
+        default:
+            return v.text;
     }
 }
 

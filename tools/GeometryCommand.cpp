@@ -40,8 +40,8 @@ bool ComputeAngles(const CXYZ& station, const std::vector<kelscan_cli::CsvRow>& 
     for (const auto& t : targets) {
         HvRow row;
         row.name = t.name;
-        if (CCalcXYZHV::XYZToHV(station, CXYZ(t.values[0], t.values[1], t.values[2]), height,
-                                row.v, row.h) != 1) {
+        if (CCalcXYZHV::XYZToHV(station, CXYZ(t.values[0], t.values[1], t.values[2]), height, row.v,
+                                row.h) != 1) {
             const std::string who = !t.name.empty() ? "target " + t.name
                                     : t.line > 0    ? "the target at line " + std::to_string(t.line)
                                                     : "the target";
@@ -69,7 +69,8 @@ kelscan_cli::Report AnglesReport(const std::vector<HvRow>& rows) {
 
 // A stations file: the first row is the station, the others are targets (name,north,east,
 // height).
-int ReadStations(const std::string& path, CXYZ& station, std::vector<kelscan_cli::CsvRow>& targets) {
+int ReadStations(const std::string& path, CXYZ& station,
+                 std::vector<kelscan_cli::CsvRow>& targets) {
     std::string error;
     const kelscan_cli::CsvShape shape{
         {3}, kelscan_cli::CsvShape::kOptionalName, "[name,]north,east,height"};
@@ -176,7 +177,8 @@ void SetupPolygon(CLI::App& app) {
     CLI::App* inCmd = poly->add_subcommand("inside", "Is each point inside the polygon?");
     inCmd->add_option("polygon", in.file, "Polygon CSV: x,y[,z] per vertex")->required();
     inCmd->add_option("--point", in.points, "A point x,y (repeatable)");
-    inCmd->add_option("--points", in.pointsFile, "CSV of points [name,]x,y; - reads standard input");
+    inCmd->add_option("--points", in.pointsFile,
+                      "CSV of points [name,]x,y; - reads standard input");
     kelscan_cli::AddFormatOption(inCmd, in.format);
     inCmd->callback([]() {
         CPolyline pl;

@@ -24,10 +24,14 @@ using kelscan_cli::SetExit;
 
 const char* TypeName(SC_IMG_EXT_TYPE t) {
     switch (t) {
-        case SC_IMG_EXT_JPEG: return "JPEG";
-        case SC_IMG_EXT_BMP: return "BMP";
-        case SC_IMG_EXT_PNG: return "PNG";
-        default: return "unknown";
+        case SC_IMG_EXT_JPEG:
+            return "JPEG";
+        case SC_IMG_EXT_BMP:
+            return "BMP";
+        case SC_IMG_EXT_PNG:
+            return "PNG";
+        default:
+            return "unknown";
     }
 }
 
@@ -35,20 +39,23 @@ const char* TypeName(SC_IMG_EXT_TYPE t) {
 // photo's fault only when they can.
 bool CodecModuleLoads() {
     HMODULE module = nullptr;
-    const bool found =
-        GetLibraryFunction(L"JPEG_LIB.dll", "Create_JpegInterface_ExplicitLoading", &module) !=
-        nullptr;
+    const bool found = GetLibraryFunction(L"JPEG_LIB.dll", "Create_JpegInterface_ExplicitLoading",
+                                          &module) != nullptr;
     FreeLibraryFunction(module);
     return found;
 }
 
 // The one line for a loader result; 0 when the load succeeded.
-int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
+}  // namespace
+
+int kelscan_cli::PhotoLoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
     switch (rc) {
-        case SC_IMG_OK: return 0;
+        case SC_IMG_OK:
+            return 0;
         case SC_IMG_ERR_TYPE:
             return Fail(photo + ": not a photo (.bmp, .dib, .png, .jpg, .jpe, .jpeg or .jfif)");
-        case SC_IMG_ERR_OPEN: return Fail("cannot read " + photo + " as a JPEG");
+        case SC_IMG_ERR_OPEN:
+            return Fail("cannot read " + photo + " as a JPEG");
         case SC_IMG_ERR_DECODE:
             if (!CodecModuleLoads())
                 return Fail(photo + ": cannot decode it: the JPEG codec module " +
@@ -63,9 +70,13 @@ int LoadFailure(SC_IMG_ERRORS rc, const std::string& photo) {
     }
 }
 
+namespace {
+
+using kelscan_cli::PhotoLoadFailure;
+
 int Load(CFCIMGBitmap& img, const std::string& photo, int noSetResRate) {
-    return LoadFailure(img.LoadImgFile(kel_text::Utf8ToWide(photo.c_str()).GetString(), noSetResRate),
-                       photo);
+    return PhotoLoadFailure(
+        img.LoadImgFile(kel_text::Utf8ToWide(photo.c_str()).GetString(), noSetResRate), photo);
 }
 
 // A JPEG decoded at 1/scale straight through the module's interface (the bitmap class picks
@@ -91,7 +102,7 @@ HBITMAP DecodeAtScale(const std::string& photo, int scale, int& rc) {
         destroy(jpeg);
     }
     FreeLibraryFunction(module);
-    rc = bitmap != nullptr ? 0 : LoadFailure(err, photo);
+    rc = bitmap != nullptr ? 0 : PhotoLoadFailure(err, photo);
     return bitmap;
 }
 
@@ -99,7 +110,8 @@ HBITMAP DecodeAtScale(const std::string& photo, int scale, int& rc) {
 void PixelBgr(const KelDib& b, const BYTE* row, LONG x, BYTE bgr[3]) {
     if (b.bitsPerPixel <= 8) {
         const int i = kel_bitmap::PixelIndex(row, x, b.bitsPerPixel);
-        const RGBQUAD q = static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
+        const RGBQUAD q =
+            static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
         bgr[0] = q.rgbBlue;
         bgr[1] = q.rgbGreen;
         bgr[2] = q.rgbRed;
@@ -197,7 +209,8 @@ int Convert(const ConvertArgs& a) {
     if (a.scale == 1) {
         if (const int rc = Load(img, a.photo, 1)) return rc;
     } else {
-        if (img.GetFileTypeExt(kel_text::Utf8ToWide(a.photo.c_str()).GetString()) != SC_IMG_EXT_JPEG)
+        if (img.GetFileTypeExt(kel_text::Utf8ToWide(a.photo.c_str()).GetString()) !=
+            SC_IMG_EXT_JPEG)
             return Fail("--scale " + std::to_string(a.scale) + " needs a JPEG photo");
         int rc = 0;
         scaled = DecodeAtScale(a.photo, a.scale, rc);
@@ -230,7 +243,8 @@ void Setup(CLI::App& app) {
     info->callback([]() { SetExit(Info(std::cout, infoPhoto, infoFormat)); });
 
     static ConvertArgs ca;
-    CLI::App* convert = image->add_subcommand("convert", "Write the photo as a 24-bit BMP or a PNG");
+    CLI::App* convert =
+        image->add_subcommand("convert", "Write the photo as a 24-bit BMP or a PNG");
     convert->add_option("photo", ca.photo, "BMP, DIB, PNG or JPEG file")->required();
     convert->add_option("-o,--output", ca.output, "Output file, .bmp or .png")->required();
     convert->add_option("--scale", ca.scale, "Decode a JPEG at 1/scale")
@@ -249,3 +263,9 @@ kelscan_cli::CommandRegistrar reg("image", &Setup);
 kelscan_cli::DemoRegistrar demo(70, "The photograph", &Demo);
 
 }  // namespace
+
+int kelscan_cli::PhotoGrey(const KelDib& b, long x, long y) {
+    BYTE bgr[3];
+    PixelBgr(b, Row(b, static_cast<LONG>(y)), static_cast<LONG>(x), bgr);
+    return (bgr[0] + bgr[1] + bgr[2] + 1) / 3;
+}

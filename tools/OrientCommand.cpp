@@ -34,8 +34,9 @@ typedef kel_templ::CKelArray<CXYZ, CXYZ&> Points;
 int ReadPoints(const std::string& path, int coords, Points& pts) {
     std::vector<kelscan_cli::CsvRow> rows;
     std::string error;
-    const kelscan_cli::CsvShape shape{
-        {coords}, kelscan_cli::CsvShape::kName, "a name and " + std::to_string(coords) + " numbers"};
+    const kelscan_cli::CsvShape shape{{coords},
+                                      kelscan_cli::CsvShape::kName,
+                                      "a name and " + std::to_string(coords) + " numbers"};
     if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return Fail(error);
     std::set<std::string> seen;
     for (const kelscan_cli::CsvRow& r : rows) {
@@ -160,8 +161,8 @@ std::vector<std::pair<std::string, std::vector<double>>> Values(const Report& r)
         v.push_back({"principal_point_mm", {r.pp.x, r.pp.y}});
         v.push_back({"b", r.b});
         if (r.dist.GetDistModel() != DIST_NONE)
-            v.push_back({"distortion", std::vector<double>(r.dist.m_para,
-                                                           r.dist.m_para + r.dist.GetNumPara())});
+            v.push_back({"distortion",
+                         std::vector<double>(r.dist.m_para, r.dist.m_para + r.dist.GetNumPara())});
     }
     v.push_back({"rms_mm", {r.rms.x, r.rms.y}});
     return v;
@@ -223,8 +224,8 @@ void PrintJson(std::ostream& out, const Report& r) {
     out << ", \"residuals_mm\": [";
     for (int i = 0; i < r.res.GetSize(); ++i)
         out << (i ? ", " : "") << "{\"name\": " << JsonText(kel_text::WideToUtf8(r.res[i].m_name))
-            << ", \"dx\": " << kel_num::Full(r.res[i].x) << ", \"dy\": "
-            << kel_num::Full(r.res[i].y) << '}';
+            << ", \"dx\": " << kel_num::Full(r.res[i].x)
+            << ", \"dy\": " << kel_num::Full(r.res[i].y) << '}';
     out << "]}\n";
 }
 
@@ -250,7 +251,7 @@ std::string FailureText(const std::string& what, const TraceCount& lines, const 
 
 struct Input {
     std::string method;
-    double focal = 0.0;  // 0: not given
+    double focal = 0.0;         // 0: not given
     double x0 = 0.0, y0 = 0.0;  // principal point in the photo points' frame
 };
 
@@ -288,9 +289,9 @@ int RunDlt(const Input& in, Points& obj, Points& phc, Report& r) {
     if (m == "selfcal-k1k2k3p1p2") ok = dlt.CalDltSelfCalib_k1k2k3p1p2();
     if (!ok) {
         const int n = dlt.m_obj.GetSize();
-        const std::string why = coplanar ? "the control points are coplanar"
-                                         : "the control points are not coplanar (" +
-                                               std::to_string(n) + " pairs)";
+        const std::string why =
+            coplanar ? "the control points are coplanar"
+                     : "the control points are not coplanar (" + std::to_string(n) + " pairs)";
         return Fail(FailureText("the " + m + " solution failed on these points", lines, why));
     }
     Fill(r, m, dlt);
@@ -312,8 +313,9 @@ int RunResection(const Input& in, Points& obj, Points& phc, Report& r) {
     }
     CSinOri so;
     if (!so.Create(obj, phc, in.focal))
-        return Fail("need at least 3 control points with the same name in both files and a "
-                    "positive focal length");
+        return Fail(
+            "need at least 3 control points with the same name in both files and a "
+            "positive focal length");
     const bool multistart = in.method == "resection-multistart";
     TraceCount lines;
     const int ok = multistart ? so.CalSinOri2() : so.CalSinOri();
@@ -348,7 +350,7 @@ int Orient(std::ostream& out, Input in, const std::string& format, const std::st
     }
     Report r;
     const int rc = in.method.rfind("resection", 0) == 0 ? RunResection(in, obj, phc, r)
-                                                         : RunDlt(in, obj, phc, r);
+                                                        : RunDlt(in, obj, phc, r);
     if (rc) return rc;
     if (format == "csv")
         PrintCsv(out, r);
@@ -424,8 +426,9 @@ void Setup(CLI::App& app) {
                        "photo frame and find the principal point; the plane DLT (dlt2d, and "
                        "dlt on coplanar control) and the resections take the principal point "
                        "from --principal (default the photo origin)");
-    orient->add_option("--principal", oa.principal,
-                       "Principal point X Y (mm) in the frame of --photo")
+    orient
+        ->add_option("--principal", oa.principal,
+                     "Principal point X Y (mm) in the frame of --photo")
         ->expected(2);
     orient->add_option("--focal", oa.focal,
                        "Focal length (mm), for the resections and the plane DLT; default the "
@@ -438,8 +441,9 @@ void Setup(CLI::App& app) {
     orient->add_option("--method", oa.method, "Solution method")
         ->check(CLI::IsMember(std::vector<std::string>(std::begin(kMethods), std::end(kMethods))))
         ->capture_default_str();
-    orient->add_option("--format", oa.format,
-                       "text, or csv / json with every value at 17 significant digits")
+    orient
+        ->add_option("--format", oa.format,
+                     "text, or csv / json with every value at 17 significant digits")
         ->check(CLI::IsMember({"text", "csv", "json"}))
         ->capture_default_str();
     orient->callback([]() {
@@ -472,9 +476,10 @@ void Setup(CLI::App& app) {
     centroid->add_option("--percent", ca.percent, "Threshold, percent of the grey range")
         ->check(CLI::Range(0, 100))
         ->capture_default_str();
-    centroid->add_option("--seed", ca.seed,
-                         "Seed pixel X Y: polarity from the centre pixel, only pixels inside "
-                         "the inscribed circle that see the seed count")
+    centroid
+        ->add_option("--seed", ca.seed,
+                     "Seed pixel X Y: polarity from the centre pixel, only pixels inside "
+                     "the inscribed circle that see the seed count")
         ->expected(2);
     centroid->callback([]() {
         int w = 0, h = 0;
@@ -496,7 +501,9 @@ void Setup(CLI::App& app) {
         } else {
             ok = m.DoMoment(&cx, &cy);
         }
-        if (!ok) return SetExit(Fail("no target found (too little contrast or nothing past the threshold)"));
+        if (!ok)
+            return SetExit(
+                Fail("no target found (too little contrast or nothing past the threshold)"));
         std::cout << "centre: " << Fixed(cx, 3) << ", " << Fixed(cy, 3)
                   << " (pixels, pixel centres at index + 0.5)\n";
         SetExit(0);

@@ -12,8 +12,8 @@
 
 #include "Cli.h"
 #include "platform/File.h"
-#include "platform/Process.h"
 #include "platform/KelString.h"
+#include "platform/Process.h"
 #include "storage/Project.h"
 #include "storage/SDBLog.h"
 #include "storage/SFile.h"
@@ -104,8 +104,7 @@ int SdbInfo(const std::string& path, kelscan_cli::Format format) {
           Value::Text(std::to_string(header[0]) + "," + std::to_string(header[1])));
     r.Add("started", "", Value::Text(CodeToText(header[0], header[1])));
     if (tail != 0 || format != kelscan_cli::Format::kText)
-        r.Add("torn_trailing_bytes", "", Value::Int(static_cast<long long>(tail)),
-              " (ignored)");
+        r.Add("torn_trailing_bytes", "", Value::Int(static_cast<long long>(tail)), " (ignored)");
     kelscan_cli::PrintReport(std::cout, r, format);
     return 0;
 }
@@ -132,9 +131,8 @@ int SdbDump(const std::string& path, std::ostream& out, kelscan_cli::Format form
         t.rows.push_back({Value::Int(p.m_recNo),
                           Value::Text(db.IsAliveRecord(pts[i]) ? "live" : "deleted"),
                           Value::Text(Shown(p.m_name)), Value::Num(p.m_X, 6), Value::Num(p.m_Y, 6),
-                          Value::Num(p.m_Z, 6), Value::Text(Shown(p.m_code)),
-                          Value::Int(p.m_value), Value::Text(Shown(p.m_text1)),
-                          Value::Text(Shown(p.m_text2))});
+                          Value::Num(p.m_Z, 6), Value::Text(Shown(p.m_code)), Value::Int(p.m_value),
+                          Value::Text(Shown(p.m_text1)), Value::Text(Shown(p.m_text2))});
     }
     kelscan_cli::Report r;
     r.tables.push_back(t);
@@ -154,8 +152,8 @@ int SdbExport(const std::string& path, const std::string& csv) {
             return db.WriteCSV(Wide(temp), &live) >= 0;
         }))
         return rc;
-    kelscan_cli::ReportStream(csv) << "exported " << live.GetSize() << " live points of "
-                                   << records << " records to " << csv << '\n';
+    kelscan_cli::ReportStream(csv) << "exported " << live.GetSize() << " live points of " << records
+                                   << " records to " << csv << '\n';
     return 0;
 }
 
@@ -175,9 +173,9 @@ std::string CheckPointText(const std::string& csv, const std::string& copy, int&
         const auto f = kelscan_cli::SplitCsv(lines[i]);
         double v = 0.0;
         int n = 0;
-        const bool header =
-            first && std::none_of(f.begin(), f.end(),
-                                  [&](const std::string& t) { return kelscan_cli::ParseDouble(t, v); });
+        const bool header = first && std::none_of(f.begin(), f.end(), [&](const std::string& t) {
+                                return kelscan_cli::ParseDouble(t, v);
+                            });
         first = false;
         if (header) continue;
         const std::string where = csv + ":" + std::to_string(i + 1) + ": ";
@@ -209,7 +207,8 @@ int SdbImport(const std::string& csv, const std::string& path, bool force) {
     fs::remove(copy, ec);
     if (!error.empty()) return Fail(error);
     if (n == SFILE_BADDATA)
-        return Fail(csv + " has a line that is not name,north,east,height[,code,value,text1,text2]");
+        return Fail(csv +
+                    " has a line that is not name,north,east,height[,code,value,text1,text2]");
     if (n < 0) return Fail("cannot read " + csv);
     if (n == 0 && !force && fs::exists(path, ec))
         return Fail(csv + " holds no points: " + path +

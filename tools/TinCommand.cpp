@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "Cli.h"
-#include "platform/NumText.h"
 #include "geometry/FileName.h"
 #include "geometry/Polyline.h"
 #include "platform/KelString.h"
+#include "platform/NumText.h"
 #include "platform/Process.h"
 #include "platform/Time.h"
 #include "surface/Tin.h"
@@ -135,7 +135,8 @@ std::string ReadPoints(const std::string& path, std::vector<PointRow>& points) {
     if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return error;
     points.clear();
     points.reserve(rows.size());
-    for (const auto& r : rows) points.push_back({r.name, r.values[1], r.values[0], r.values[2], r.line});
+    for (const auto& r : rows)
+        points.push_back({r.name, r.values[1], r.values[0], r.values[2], r.line});
     return "";
 }
 
@@ -158,7 +159,8 @@ struct BreakLineRows {
 std::string ReadBreakLines(const std::string& path, std::vector<BreakLineRows>& lines) {
     std::vector<kelscan_cli::CsvRow> rows;
     std::string error;
-    const kelscan_cli::CsvShape shape{{2, 3, 6}, kelscan_cli::CsvShape::kName,
+    const kelscan_cli::CsvShape shape{{2, 3, 6},
+                                      kelscan_cli::CsvShape::kName,
                                       "LINE,north,east[,height] or LINE,N1,E1,H1,N2,E2,H2"};
     if (!kelscan_cli::ReadCsvRows(path, shape, rows, error)) return error;
     lines.clear();
@@ -313,7 +315,8 @@ std::string BuildSurface(const std::string& pointsPath, const std::string& lines
     if (!r.tin.CreateTin(angle))
         return "cannot triangulate the " + std::to_string(distinct) + " distinct points of " +
                pointsPath + ": fewer than 3, or all on one line";
-    if (r.tin.GetTriSize() < 1) return "--angle " + kel_num::Exact(angle) + " removed every triangle";
+    if (r.tin.GetTriSize() < 1)
+        return "--angle " + kel_num::Exact(angle) + " removed every triangle";
     r.nForced = r.tin.GetPointSize() - distinct;
     if (!segments.empty()) {
         progress.Phase("checking the break lines");
@@ -340,9 +343,9 @@ std::string Plural(int n, const char* one, const char* many) {
 }
 
 std::string RangeText(const CTin& tin) {
-    return "north " + Fixed(tin.m_range[0].y, 3) + " .. " + Fixed(tin.m_range[1].y, 3) +
-           ", east " + Fixed(tin.m_range[0].x, 3) + " .. " + Fixed(tin.m_range[1].x, 3) +
-           ", height " + Fixed(tin.m_range[0].z, 3) + " .. " + Fixed(tin.m_range[1].z, 3) + " m";
+    return "north " + Fixed(tin.m_range[0].y, 3) + " .. " + Fixed(tin.m_range[1].y, 3) + ", east " +
+           Fixed(tin.m_range[0].x, 3) + " .. " + Fixed(tin.m_range[1].x, 3) + ", height " +
+           Fixed(tin.m_range[0].z, 3) + " .. " + Fixed(tin.m_range[1].z, 3) + " m";
 }
 
 // The duplicate reports and the summary paragraph of a build (without the sentence on the file).
@@ -358,12 +361,12 @@ std::string Summary(const BuildResult& r, const std::string& pointsPath,
         head += "... and " + std::to_string(r.nDuplicates - kMaxListedDuplicates) +
                 " more duplicates skipped\n";
     const CTin& tin = r.tin;
-    std::string p =
-        "Read " + Plural(r.rows, "point", "points") + " from " + pointsPath + "; " +
-        (r.nDuplicates == 0 ? std::string("no duplicates")
-                            : Plural(r.nDuplicates, "duplicate", "duplicates") +
-                                  " (same north,east within " + Fixed(tin.GetEPS(), 6) + " m) skipped") +
-        ".";
+    std::string p = "Read " + Plural(r.rows, "point", "points") + " from " + pointsPath + "; " +
+                    (r.nDuplicates == 0 ? std::string("no duplicates")
+                                        : Plural(r.nDuplicates, "duplicate", "duplicates") +
+                                              " (same north,east within " + Fixed(tin.GetEPS(), 6) +
+                                              " m) skipped") +
+                    ".";
     if (!linesPath.empty()) {
         p += " " + Plural(r.nBreakLines, "break line", "break lines") + " of " +
              Plural(r.nSegments, "segment", "segments") + " from " + linesPath + " added " +
@@ -451,9 +454,9 @@ int RunBuild(const BuildArgs& a) {
     if (!error.empty()) return Fail(error);
     const std::string stem = a.output == "-" ? Stem(a.points) : Stem(a.output);
     r.tin.SetName(Wide(a.name.empty() ? stem : a.name).c_str());
-    if (const int rc = kelscan_cli::WriteOutputFile(
-            a.output, inputs,
-            [&](const std::string& path) { return WriteSurface(r.tin, path, a.version); }))
+    if (const int rc = kelscan_cli::WriteOutputFile(a.output, inputs, [&](const std::string& path) {
+            return WriteSurface(r.tin, path, a.version);
+        }))
         return rc;
     std::ostream& out = kelscan_cli::ReportStream(a.output);
     if (a.format != kelscan_cli::Format::kText)
@@ -515,8 +518,9 @@ int RunInfo(const std::string& path, kelscan_cli::Format format) {
         for (int s = 0; s < f.tins.GetSize(); ++s) {
             kelscan_cli::Report one;
             AddSurfaceFields(one, f.tins[s]);
-            std::vector<Value> row{Value::Int(s + 1),
-                                   Value::Text(kel_text::WideToUtf8(f.tins[s].GetName().GetString()))};
+            std::vector<Value> row{
+                Value::Int(s + 1),
+                Value::Text(kel_text::WideToUtf8(f.tins[s].GetName().GetString()))};
             for (const auto& field : one.fields) {
                 if (s == 0) t.columns.push_back(field.key);
                 row.push_back(field.value);
@@ -542,9 +546,9 @@ int RunInfo(const std::string& path, kelscan_cli::Format format) {
             << "\nboundary edges: " << BoundaryEdges(tin) << '\n';
         if (tin.GetPointSize() > 0)
             out << "north: " << Fixed(tin.m_range[0].y, 3) << " .. " << Fixed(tin.m_range[1].y, 3)
-                << " m\neast: " << Fixed(tin.m_range[0].x, 3) << " .. " << Fixed(tin.m_range[1].x, 3)
-                << " m\nheight: " << Fixed(tin.m_range[0].z, 3) << " .. "
-                << Fixed(tin.m_range[1].z, 3) << " m\n";
+                << " m\neast: " << Fixed(tin.m_range[0].x, 3) << " .. "
+                << Fixed(tin.m_range[1].x, 3) << " m\nheight: " << Fixed(tin.m_range[0].z, 3)
+                << " .. " << Fixed(tin.m_range[1].z, 3) << " m\n";
         out << "plan area: " << Fixed(tin.GetPlanArea(), 3)
             << " m2\nslope area: " << Fixed(tin.GetSlopeArea(), 3) << " m2\n";
     }
@@ -598,7 +602,8 @@ int RunExport(const ExportArgs& a) {
              : kelscan_cli::EndsWithNoCase(a.output, ".obj") ? "obj"
              : kelscan_cli::EndsWithNoCase(a.output, ".xml") ? "landxml"
                                                              : "";
-    if (to.empty()) return Fail(a.output + ": give --to ply, obj or landxml (or end it in .ply, .obj or .xml)");
+    if (to.empty())
+        return Fail(a.output + ": give --to ply, obj or landxml (or end it in .ply, .obj or .xml)");
     SurfaceFile f;
     int index = 0;
     if (const int rc = LoadSurfaces(a.surface, f)) return rc;
@@ -616,10 +621,11 @@ int RunExport(const ExportArgs& a) {
         return WriteTinLandXml(tin, o, name.c_str(), now);
     });
     if (rc != 0) return rc;
-    kelscan_cli::ReportStream(a.output)
-        << "wrote " << a.output << ", "
-        << (to == "ply" ? "PLY" : to == "obj" ? "OBJ" : "LandXML 1.2 surface \"" + name + "\"")
-        << counts;
+    kelscan_cli::ReportStream(a.output) << "wrote " << a.output << ", "
+                                        << (to == "ply"   ? "PLY"
+                                            : to == "obj" ? "OBJ"
+                                                          : "LandXML 1.2 surface \"" + name + "\"")
+                                        << counts;
     return 0;
 }
 
@@ -645,9 +651,10 @@ int RunSvg(const SvgArgs& a) {
             a.output, {a.surface, a.lines},
             [&](std::ostream& o) { return WriteTinSvg(tin, o, &polylines); }))
         return rc;
-    kelscan_cli::ReportStream(a.output) << "wrote " << a.output << " (" << Plural(tin.GetTriSize(), "triangle", "triangles")
-              << ", " << Plural(BoundaryEdges(tin), "boundary edge", "boundary edges") << ", "
-              << Plural(polylines.GetSize(), "break line", "break lines") << ")\n";
+    kelscan_cli::ReportStream(a.output)
+        << "wrote " << a.output << " (" << Plural(tin.GetTriSize(), "triangle", "triangles") << ", "
+        << Plural(BoundaryEdges(tin), "boundary edge", "boundary edges") << ", "
+        << Plural(polylines.GetSize(), "break line", "break lines") << ")\n";
     return 0;
 }
 

@@ -25,6 +25,7 @@ Registry& GetRegistry() {
 }
 
 int g_exit = 0;
+std::string g_demoOut = "kelscan-demo";
 bool g_verbose = false;
 
 // The library's trace lines go to stderr only with -v: without it a failure is the one line
@@ -61,6 +62,8 @@ DemoRegistrar::DemoRegistrar(int order, const char* name, DemoStep step) {
 
 void SetExit(int status) { g_exit = status; }
 
+const std::string& DemoOutDir() { return g_demoOut; }
+
 int Fail(const std::string& message) {
     std::cerr << "kelscan: " << message << '\n';
     return kExitBadInput;
@@ -88,18 +91,30 @@ int main(int argc, char** argv) {
     std::setlocale(LC_ALL, "");
     kel_trace::SetTraceSink(&ProgramTraceSink, nullptr);
 
-    CLI::App app{"kelscan: camera orientation, scan planning, surfaces and scan files for a "
-                 "total station with a camera"};
+    CLI::App app{
+        "kelscan: camera orientation, scan planning, surfaces and scan files for a "
+        "total station with a camera"};
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("kelscan ") + KELSCAN_VERSION);
     app.add_flag("-v,--verbose", g_verbose, "Also print the library's trace lines on stderr");
 
     std::string dataDir = SampleDataDir();
     if (const char* env = std::getenv("KELSCAN_DATA")) dataDir = env;
-    CLI::App* demo = app.add_subcommand("demo", "Run the library's main job on the sample data");
+    CLI::App* demo = app.add_subcommand(
+        "demo",
+        "Run the main job on the bundled synthetic site: photograph, orientation, "
+        "region, plan, scan, record, surface");
     demo->add_option("--data", dataDir, "Folder of the sample data")->capture_default_str();
+    demo->add_option("--out", g_demoOut, "Folder for the files the main job writes")
+        ->capture_default_str();
+    bool tour = false;
+    demo->add_flag("--tour", tour,
+                   "Instead, run each capability on its own sample (angles, camera, orientation, "
+                   "planning, surfaces, storage, photographs)");
     demo->callback([&]() {
         for (const auto& step : GetRegistry().demos) {
+            // Order 0 is the main job; the tour is every other step.
+            if ((step.first == 0) == tour) continue;
             std::cout << "== " << step.second.first << '\n';
             const int status = step.second.second(std::cout, dataDir);
             if (status != 0) {

@@ -1,0 +1,3 @@
+#include "scanning/Instrument.h"
+
+CInstrument::~CInstrument() = default;
