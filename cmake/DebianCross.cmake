@@ -6,6 +6,9 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${KELSCAN_CROSS_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${KELSCAN_CROSS_TRIPLE}-g++)
+# GCC notes where the passing of some C++ arguments changed in GCC 7.1 (32-bit ARM) and 10.1
+# (aarch64); every object here is built by one compiler, so the notes say nothing.
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 # Libraries and packages come from the target's multiarch folders (/usr/lib/<triple>, which
 # CMake searches by CMAKE_LIBRARY_ARCHITECTURE) and from the architecture-independent ones
 # (header-only CLI11 under /usr/share/cmake); the host's own /usr/lib/<host triple> is never

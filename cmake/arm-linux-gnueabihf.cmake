@@ -4,6 +4,3 @@ set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(KELSCAN_CROSS_TRIPLE arm-linux-gnueabihf)
 set(KELSCAN_CROSS_QEMU qemu-arm)
 include(${CMAKE_CURRENT_LIST_DIR}/DebianCross.cmake)
-# GCC notes that the passing of some C++ arguments changed in GCC 7.1 on 32-bit ARM; nothing
-# built by an older compiler is linked here.
-set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
