@@ -16,6 +16,10 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+// Positions and lengths are 64-bit on every system, 32-bit ones included (the build defines
+// _FILE_OFFSET_BITS=64 there).
+static_assert(sizeof(off_t) == 8, "file offsets must be 64 bits");
+
 namespace kel_platform {
 namespace {
 
