@@ -106,26 +106,6 @@ HBITMAP DecodeAtScale(const std::string& photo, int scale, int& rc) {
     return bitmap;
 }
 
-// Blue, green, red of pixel x of a row.
-void PixelBgr(const KelDib& b, const BYTE* row, LONG x, BYTE bgr[3]) {
-    if (b.bitsPerPixel <= 8) {
-        const int i = kel_bitmap::PixelIndex(row, x, b.bitsPerPixel);
-        const RGBQUAD q =
-            static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
-        bgr[0] = q.rgbBlue;
-        bgr[1] = q.rgbGreen;
-        bgr[2] = q.rgbRed;
-    } else if (b.bitsPerPixel == 16) {  // 5-5-5
-        const unsigned v = row[2 * x] | (row[2 * x + 1] << 8);
-        bgr[0] = static_cast<BYTE>((v & 31) * 255 / 31);
-        bgr[1] = static_cast<BYTE>(((v >> 5) & 31) * 255 / 31);
-        bgr[2] = static_cast<BYTE>(((v >> 10) & 31) * 255 / 31);
-    } else {
-        const int n = b.bitsPerPixel / 8;
-        for (int k = 0; k < 3; ++k) bgr[k] = row[x * n + k];
-    }
-}
-
 const BYTE* Row(const KelDib& b, LONG y) {
     return b.bits + static_cast<std::size_t>(y) * static_cast<std::size_t>(b.bytesPerLine);
 }
@@ -148,7 +128,7 @@ std::string BmpFile(const KelDib& b) {
     PutU32(p, 34, static_cast<std::uint32_t>(stride * static_cast<std::size_t>(b.height)));
     for (LONG y = 0; y < b.height; ++y) {
         std::uint8_t* out = p + 54 + static_cast<std::size_t>(b.height - 1 - y) * stride;
-        for (LONG x = 0; x < b.width; ++x) PixelBgr(b, Row(b, y), x, out + 3 * x);
+        for (LONG x = 0; x < b.width; ++x) kel_bitmap::PixelBgr(b, Row(b, y), x, out + 3 * x);
     }
     return file;
 }
@@ -161,7 +141,7 @@ std::string PngFile(const KelDib& b) {
     for (LONG y = 0; y < b.height; ++y)
         for (LONG x = 0; x < b.width; ++x, out += 3) {
             BYTE bgr[3];
-            PixelBgr(b, Row(b, y), x, bgr);
+            kel_bitmap::PixelBgr(b, Row(b, y), x, bgr);
             out[0] = bgr[2];
             out[1] = bgr[1];
             out[2] = bgr[0];
@@ -266,6 +246,6 @@ kelscan_cli::DemoRegistrar demo(70, "The photograph", &Demo);
 
 int kelscan_cli::PhotoGrey(const KelDib& b, long x, long y) {
     BYTE bgr[3];
-    PixelBgr(b, Row(b, static_cast<LONG>(y)), static_cast<LONG>(x), bgr);
+    kel_bitmap::PixelBgr(b, Row(b, static_cast<LONG>(y)), static_cast<LONG>(x), bgr);
     return (bgr[0] + bgr[1] + bgr[2] + 1) / 3;
 }

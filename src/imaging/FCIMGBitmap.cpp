@@ -241,24 +241,11 @@ int CFCIMGBitmap::CopyRgb(unsigned char* rgb) const {
         const BYTE* row =
             b.bits + static_cast<std::size_t>(y) * static_cast<std::size_t>(b.bytesPerLine);
         for (LONG x = 0; x < b.width; ++x, rgb += 3) {
-            if (b.bitsPerPixel <= 8) {
-                const int i = kel_bitmap::PixelIndex(row, x, b.bitsPerPixel);
-                const RGBQUAD q =
-                    static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
-                rgb[0] = q.rgbRed;
-                rgb[1] = q.rgbGreen;
-                rgb[2] = q.rgbBlue;
-            } else if (b.bitsPerPixel == 16) {  // 5-5-5, blue in the low bits
-                const unsigned v = row[2 * x] | (row[2 * x + 1] << 8);
-                rgb[0] = static_cast<BYTE>(((v >> 10) & 31) * 255 / 31);
-                rgb[1] = static_cast<BYTE>(((v >> 5) & 31) * 255 / 31);
-                rgb[2] = static_cast<BYTE>((v & 31) * 255 / 31);
-            } else {  // blue, green, red (and a spare byte at 32 bits)
-                const BYTE* p = row + static_cast<std::size_t>(x) * (b.bitsPerPixel / 8);
-                rgb[0] = p[2];
-                rgb[1] = p[1];
-                rgb[2] = p[0];
-            }
+            BYTE bgr[3];
+            kel_bitmap::PixelBgr(b, row, x, bgr);
+            rgb[0] = bgr[2];
+            rgb[1] = bgr[1];
+            rgb[2] = bgr[0];
         }
     }
     return 1;

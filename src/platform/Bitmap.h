@@ -126,6 +126,29 @@ inline int PixelIndex(const BYTE* row, LONG x, int bitsPerPixel) {
     }
 }
 
+// Blue, green and red of pixel x of a row: the palette entry at 1, 4 or 8 bits (black for an
+// index past the palette), 5-5-5 at 16 bits (blue in the low bits), the stored bytes at 24
+// and 32 bits.
+inline void PixelBgr(const KelDib& b, const BYTE* row, LONG x, BYTE bgr[3]) {
+    if (b.bitsPerPixel <= 8) {
+        const int i = PixelIndex(row, x, b.bitsPerPixel);
+        const RGBQUAD q =
+            static_cast<DWORD>(i) < b.paletteSize ? b.palette[i] : RGBQUAD{0, 0, 0, 0};
+        bgr[0] = q.rgbBlue;
+        bgr[1] = q.rgbGreen;
+        bgr[2] = q.rgbRed;
+    } else if (b.bitsPerPixel == 16) {
+        const unsigned v = row[2 * x] | (row[2 * x + 1] << 8);
+        bgr[0] = static_cast<BYTE>((v & 31) * 255 / 31);
+        bgr[1] = static_cast<BYTE>(((v >> 5) & 31) * 255 / 31);
+        bgr[2] = static_cast<BYTE>(((v >> 10) & 31) * 255 / 31);
+    } else {
+        const BYTE* p =
+            row + static_cast<std::size_t>(x) * static_cast<std::size_t>(b.bitsPerPixel / 8);
+        for (int k = 0; k < 3; ++k) bgr[k] = p[k];
+    }
+}
+
 }  // namespace kel_bitmap
 
 // Releases a bitmap or palette; FALSE for a null handle.
