@@ -221,11 +221,20 @@ int LandXmlText(const CTin& tin, std::ostream& out, const char* name, const SYST
          "    <Surface name=\"" +
          XmlEscape(name) +
          "\">\n"
-         "      <Definition surfType=\"TIN\" area2DSurf=\"";
-    Num(s, tin.GetPlanArea());
-    s += "\" area3DSurf=\"";
-    Num(s, tin.GetSlopeArea());
-    s += "\" elevMax=\"";
+         "      <Definition surfType=\"TIN\"";
+    // The areas are optional in LandXML; one that does not fit a double is left out.
+    const double plan = tin.GetPlanArea(), slope = tin.GetSlopeArea();
+    if (std::isfinite(plan)) {
+        s += " area2DSurf=\"";
+        Num(s, plan);
+        s += '"';
+    }
+    if (std::isfinite(slope)) {
+        s += " area3DSurf=\"";
+        Num(s, slope);
+        s += '"';
+    }
+    s += " elevMax=\"";
     Num(s, zMax);
     s += "\" elevMin=\"";
     Num(s, zMin);

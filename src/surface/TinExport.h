@@ -38,7 +38,8 @@ KELSCAN_API int WriteTinPly(const CTin& tin, std::ostream& out);
 KELSCAN_API int WriteTinObj(const CTin& tin, std::ostream& out);
 // A LandXML 1.2 document (namespace http://www.landxml.org/schema/LandXML-1.2) holding Units
 // (metric), Application and one Surfaces/Surface named `name` (UTF-8, escaped here) whose
-// Definition has surfType="TIN", the plan and slope areas and the height range, Pnts/P with
+// Definition has surfType="TIN", the plan and slope areas (each left out when it is not finite,
+// as on a surface whose area exceeds the range of a double) and the height range, Pnts/P with
 // id="k" and the text "northing easting elevation" (y x z), and Faces/F with three P ids.
 // `when` gives the root's date (YYYY-MM-DD) and time (hh:mm:ss) attributes.
 KELSCAN_API int WriteTinLandXml(const CTin& tin, std::ostream& out, const char* name,

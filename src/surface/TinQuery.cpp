@@ -23,8 +23,31 @@ struct Sum {
         c += std::fabs(s) >= std::fabs(v) ? (s - t) + v : (v - t) + s;
         s = t;
     }
-    double Get() const { return s + c; }
+    double Get() const { return std::isfinite(s) ? s + c : s; }
 };
+
+// (b - a) x (c - a), and 0 in `scale`. Where that overflows although the corners are finite, or
+// is too large for its length to be squared, it is computed again on the corners divided by 2^scale (exact), so that the true cross
+// product is ldexp(result, 2 * scale) and a finite area stays finite. Ordinary surfaces never
+// take the second path, so their areas keep every bit.
+CXYZ EdgeCross(const CXYZ& a, const CXYZ& b, const CXYZ& c, int& scale) {
+    scale = 0;
+    const CXYZ n = (b - a).Out(c - a);
+    constexpr double kSafe = 1e150;  // a length squared stays finite below this
+    if (std::fabs(n.x) < kSafe && std::fabs(n.y) < kSafe && std::fabs(n.z) < kSafe) return n;
+    for (const CXYZ* p : {&a, &b, &c})
+        for (double v : {p->x, p->y, p->z}) {
+            if (!std::isfinite(v)) return n;
+            int e = 0;
+            std::frexp(v, &e);
+            scale = std::max(scale, e);
+        }
+    const auto down = [scale](const CXYZ& p) {
+        return CXYZ(std::ldexp(p.x, -scale), std::ldexp(p.y, -scale), std::ldexp(p.z, -scale));
+    };
+    const CXYZ as = down(a);
+    return (down(b) - as).Out(down(c) - as);
+}
 
 }  // namespace
 
@@ -138,10 +161,10 @@ int CTin::GetNormal(int tri, CXYZ& normal) const {
 double CTin::GetPlanArea() const {
     Sum s;
     for (int i = 0; i < m_tri.GetSize(); ++i) {
-        const CXYZ& a = m_point[m_tri[i].v[0]];
-        const CXYZ& b = m_point[m_tri[i].v[1]];
-        const CXYZ& c = m_point[m_tri[i].v[2]];
-        s.Add(0.5 * ((b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y)));
+        int scale = 0;
+        const CXYZ n = EdgeCross(m_point[m_tri[i].v[0]], m_point[m_tri[i].v[1]],
+                                 m_point[m_tri[i].v[2]], scale);
+        s.Add(std::ldexp(0.5 * n.z, 2 * scale));
     }
     return s.Get();
 }
@@ -149,8 +172,12 @@ double CTin::GetPlanArea() const {
 double CTin::GetSlopeArea() const {
     Sum s;
     for (int i = 0; i < m_tri.GetSize(); ++i) {
-        const CXYZ& a = m_point[m_tri[i].v[0]];
-        s.Add(0.5 * (m_point[m_tri[i].v[1]] - a).Out(m_point[m_tri[i].v[2]] - a).Len());
+        int scale = 0;
+        const CXYZ n = EdgeCross(m_point[m_tri[i].v[0]], m_point[m_tri[i].v[1]],
+                                 m_point[m_tri[i].v[2]], scale);
+        // Scaled down, the components are small enough for their squares to underflow.
+        const double len = scale == 0 ? n.Len() : std::hypot(std::hypot(n.x, n.y), n.z);
+        s.Add(std::ldexp(0.5 * len, 2 * scale));
     }
     return s.Get();
 }

@@ -3,11 +3,13 @@
 #include <cmath>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "TinCheck.h"
 #include "common/KelTest.h"
 #include "surface/Tin.h"
+#include "surface/TinExport.h"
 
 using tin_test::CheckMesh;
 
@@ -348,6 +350,26 @@ TEST_F(TinTest, QueriesOnAPlane) {
     EXPECT_DOUBLE_EQ(tin.m_range[1].z, 7.0);
     EXPECT_DOUBLE_EQ(tin.GetDepth()[tin.GetPointSize() - 4], 6.0);  // (0, 0)
     EXPECT_DOUBLE_EQ(tin.GetTexU()[tin.GetPointSize() - 1], 1.0);   // (8, 8)
+}
+
+TEST_F(TinTest, AreasOfHugeTrianglesStayFiniteWhereTheyFit) {
+    // Corner differences overflow although the areas fit: 0.5 * 2e307 * 4 and, for the tilted
+    // triangle, the same times sqrt(2). Areas beyond the range give inf, never NaN, and the
+    // LandXML export then leaves them out.
+    CTin tin;
+    tin.AddPoint(-1e307, 0.0, 0.0);
+    tin.AddPoint(1e307, 0.0, 0.0);
+    tin.AddPoint(0.0, 4.0, 4.0);
+    ASSERT_GE(tin.AddTri(0, 1, 2), 0);
+    EXPECT_DOUBLE_EQ(tin.GetPlanArea(), 4e307);
+    EXPECT_DOUBLE_EQ(tin.GetSlopeArea(), 4e307 * std::sqrt(2.0));
+    tin.m_point[1].x = 1.7e308;
+    tin.m_point[2].y = 1.7e308;
+    EXPECT_EQ(tin.GetPlanArea(), HUGE_VAL);
+    EXPECT_EQ(tin.GetSlopeArea(), HUGE_VAL);
+    std::ostringstream xml;
+    ASSERT_EQ(WriteTinLandXml(tin, xml, "huge", SYSTEMTIME{}), 1);
+    EXPECT_EQ(xml.str().find("area"), xml.str().find("areaUnit"));  // only the unit's name
 }
 
 // Builds random terrain with the given break lines (vertices x, y, z) and checks that every
