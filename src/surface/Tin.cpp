@@ -135,13 +135,7 @@ int CTin::CreateTin(double angle) {
             InitData();
             return 0;
         }
-        if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
-            (angle > 0.0 && !DelTriWithAngle(angle, 1)) || !UpdateTinRange() || !UpdateDepth() ||
-            !UpdateTextureCoord()) {
-            InitData();
-            return 0;
-        }
-        return 1;
+        return FinishTin(angle);
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::CreateTin CMemoryException");
         InitData();
@@ -149,7 +143,23 @@ int CTin::CreateTin(double angle) {
     }
 }
 
+int CTin::FinishTin(double angle) {
+    if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
+        (angle > 0.0 && !DelTriWithAngle(angle, 1)) || !UpdateTinRange() || !UpdateDepth() ||
+        !UpdateTextureCoord()) {
+        InitData();
+        return 0;
+    }
+    return 1;
+}
+
 int CTin::Triangulation() {
+    int left = 0;
+    return InsertVertices(m_locateGrid, left);
+}
+
+int CTin::InsertVertices(bool grid, int& left) {
+    left = 0;
     const int start = m_tri.GetSize();
     if (start < 1) return 0;
     int count = start;  // the triangles made so far
@@ -161,10 +171,17 @@ int CTin::Triangulation() {
         m_tri.SetSize(2 * n > start ? 2 * n : start);
         m_iOptim = 0;
         int lastTri = 0;
-        if (!m_locateGrid) {
+        if (!grid) {
+            // Each walk starts at the first triangle of the previous split, which keeps that
+            // point as a corner through the flips.
             for (int i = 0; i < n; ++i) {
                 if (inHull[static_cast<std::size_t>(i)]) continue;
-                DivideTri(i, count, lastTri);
+                int tri = lastTri;
+                const int added = count;
+                if (DivideTri(i, count, tri))
+                    lastTri = added;
+                else
+                    ++left;
             }
             m_tri.SetSize(count);
             return 1;
@@ -213,6 +230,8 @@ int CTin::Triangulation() {
                 lastPt = i;
                 cell = CLocateGrid::CEntry{tri, i};
                 ++inserted;
+            } else {
+                ++left;
             }
         }
         m_tri.SetSize(count);
@@ -320,13 +339,15 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
             const CXYZ& A = *v[k];
             const CXYZ& B = *v[Next(k)];
             const double cr = crs[k];
-            if (std::fabs(cr) <= m_eps) {
+            const bool onLine = std::fabs(cr) <= m_eps;
+            double along = 0.0, len2 = 0.0;  // (P - A) . (B - A) and |B - A|^2
+            if (onLine) {
                 // (A coincident vertex was found above.)
                 const double dxa = x - A.x, dya = y - A.y;
                 const double dxb = B.x - x, dyb = B.y - y;
                 const double ex = B.x - A.x, ey = B.y - A.y;
-                if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 &&
-                    dxa * dxa + dya * dya <= ex * ex + ey * ey) {
+                len2 = ex * ex + ey * ey;
+                if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
                     status = 2;
                     side = k;
                     return cur;
@@ -336,9 +357,14 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
                 // would call a point inside a sliver triangle (three nearly collinear points of
                 // a scan row) that it lies beyond, and the split would fold the mesh over.
                 if (cr <= 0.0) continue;
+                along = dxa * ex + dya * ey;
             }
             if (cr > 0.0) {
                 next = t.nb[Next(k)];
+                // Beyond the ends of an edge of the outline, on its line: the walk goes on
+                // round the end vertex to the next piece of the outline.
+                if (next < 0 && onLine)
+                    next = along > 0.5 * len2 ? BoundaryAfter(cur, Next(k)) : BoundaryBefore(cur, k);
                 if (next < 0) {
                     status = -1;
                     return -1;
@@ -357,6 +383,39 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
             sinceMark = 0;
             span *= 2;
         }
+    }
+    return -1;
+}
+
+// The two steps round an end vertex of a boundary edge. Each returns the first triangle
+// round the vertex whose other edge at it has no neighbour, or -1 when that is t itself (the
+// point lies beyond a corner of the outline) or a link does not turn round the vertex.
+int CTin::BoundaryAfter(int t, int corner) const {
+    // Counter-clockwise round b = corner of t: across each triangle's edge out of b.
+    const int b = m_tri[t].v[corner];
+    int cur = t, j = corner;
+    for (int guard = 0; guard < m_tri.GetSize(); ++guard) {
+        const int across = m_tri[cur].nb[kel_tin::Next(j)];  // edge b -> v[j + 1]
+        if (across < 0) return cur == t ? -1 : cur;
+        cur = across;
+        j = 0;
+        while (j < 3 && m_tri[cur].v[j] != b) ++j;
+        if (j == 3) return -1;
+    }
+    return -1;
+}
+
+int CTin::BoundaryBefore(int t, int corner) const {
+    // Clockwise round a = corner of t: across each triangle's edge into a.
+    const int a = m_tri[t].v[corner];
+    int cur = t, j = corner;
+    for (int guard = 0; guard < m_tri.GetSize(); ++guard) {
+        const int across = m_tri[cur].nb[j];  // edge v[j - 1] -> a
+        if (across < 0) return cur == t ? -1 : cur;
+        cur = across;
+        j = 0;
+        while (j < 3 && m_tri[cur].v[j] != a) ++j;
+        if (j == 3) return -1;
     }
     return -1;
 }

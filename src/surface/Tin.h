@@ -83,10 +83,9 @@ public:
     // coordinates, and the hull, heights, depth and texture follow them; only the numbering of
     // vertices and triangles differs. The order depends on the points alone, so the same input
     // gives the same numbering. When a vertex is left out of the mesh (points within m_eps of
-    // each other, which AddPoint never lets in, or a run of collinear points on the boundary
-    // that the walk missed in this order) the vertices return to index order and CreateTin
-    // builds the surface: slower, but nothing is lost that CreateTin keeps. 1, or 0 as
-    // CreateTin.
+    // each other, which AddPoint never lets in) the vertices return to index order and
+    // CreateTin builds the surface, so that the first of them is kept: slower, but the same
+    // surface as CreateTin's. 1, or 0 as CreateTin.
     int CreateTinSpatial(double angle);
     // Inserts a new point into a finished mesh. 1, or 0 (coincident vertex, outside, empty).
     int DivideTri(const double& x, const double& y, const double& z);
@@ -100,7 +99,12 @@ public:
     // the edge's length and a point near a corner of a long triangle could pass every edge
     // test; (2) a point within m_eps of an edge's line (in that measure) but beyond its ends
     // passes the edge on the inner side (cr <= 0) and crosses it on the outer side (cr > 0),
-    // where passing would call a point inside a sliver it lies beyond. The walk stops with -1
+    // where passing would call a point inside a sliver it lies beyond; (3) on the outer side of
+    // an edge of the outline (no neighbour) the walk goes on round the edge's end vertex to
+    // the next piece of the outline instead of calling the point outside: a run of nearly
+    // collinear points on the outline is left out of the start hull, and its points, each
+    // within m_eps of the outline, would otherwise be lost when the walk meets them from a
+    // neighbouring piece of it. The walk stops with -1
     // when it comes back to a triangle (Brent's cycle test) or takes more steps than there are
     // triangles.
     int FindTri(int start, const double& x, const double& y, int& status, int& side) const;
@@ -131,6 +135,10 @@ public:
     // outline that does not turn the convex way (CheckTurn), three-vertex outlines included:
     // three collinear points would otherwise make a degenerate start triangle.
     int MakeBoundaryFromPts();
+    // MakeBoundaryFromPts on the points that can be on the convex hull only (CreateTinSpatial):
+    // those not deep inside the polygon of the points farthest along eight directions. The
+    // start hull is the same where no run of nearly collinear points lies on it.
+    int MakeBoundaryFromCandidates();
     int MakeConvexHull();
     int MakeTinForConvexHull();
     int Triangulation();
@@ -142,7 +150,7 @@ public:
     int CheckTurn(int a, int b, int c) const;
     // Where Triangulation starts each walk: on (the default) from a coarse grid of recently
     // found triangles over the points' range, which keeps the walk short whatever the order
-    // of the points; off from the triangle that held the previous point only. For points in
+    // of the points; off next to the previous point only. For points in
     // general position both find the same triangles, so the mesh is the same; off is kept as
     // the reference for tests. (A point within m_eps, in FindTri's measure, of the line of an
     // edge can be placed differently by walks that arrive from different sides: on the edge,
@@ -247,6 +255,11 @@ private:
     void WriteName(CFile& file) const;
     int ReadName(CFile& file);
     void ClearTexture();
+    // The range spans more than m_eps (else its line, as MakeBoundaryFromPts writes it).
+    int RangeIsWide() const;
+    // The outline of the points listed in order (their indices in ascending order; rearranged
+    // here): m_hull. 1 when it has three vertices or more. May throw std::bad_alloc.
+    int OutlineOf(kel_templ::CKelArray<int, int>& order);
     // The hull-vertex list from angles sorted with their point indices: the farthest point
     // of each angle. 0 when two points at one angle tie for the farthest.
     int KeepFarthest(const kel_templ::CKelArray<double, double>& angles,
@@ -274,6 +287,16 @@ private:
     // Renumbers the vertices (and the break lines' ends) into CreateTinSpatial's order;
     // from[new index] is the old one. Throws std::bad_alloc before it changes anything.
     void SpatialOrder(std::vector<int>& from);
+    // Triangulation, each walk starting from the locate grid or (grid false) next to the
+    // previous point; left receives the count of vertices left out (one DivideTri line each).
+    int InsertVertices(bool grid, int& left);
+    // FindTri's steps along the outline: round the end vertex `corner` of t's boundary edge to
+    // the next (After, counter-clockwise) or previous (Before) boundary edge.
+    int BoundaryAfter(int t, int corner) const;
+    int BoundaryBefore(int t, int corner) const;
+    // CreateTin after the triangulation: break lines, the angle filter, range, depth and
+    // texture. 1, or 0 after InitData().
+    int FinishTin(double angle);
     // A boundary triangle that DelTriWithAngle removes.
     bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 

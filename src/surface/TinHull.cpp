@@ -76,40 +76,114 @@ int CTin::UpdatePtRange() {
 int CTin::MakeBoundaryFromPts() {
     try {
         const int n = m_point.GetSize();
-        if (n < 3 || !UpdatePtRange()) return 0;
-        if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
-            KEL_TRACE_ALWAYS(
-                L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
-                L"m_range[1].y - m_range[0].y ) <= m_eps )");
-            return 0;
-        }
-        const double cx = (m_range[0].x + m_range[1].x) * 0.5;
-        const double cy = (m_range[0].y + m_range[1].y) * 0.5;
-        kel_templ::CKelArray<double, double> angles;
+        if (n < 3 || !UpdatePtRange() || !RangeIsWide()) return 0;
         kel_templ::CKelArray<int, int> order;
-        angles.SetSize(n);
         order.SetSize(n);
-        double* key = angles.GetData();
-        int* index = order.GetData();
-        bool ordered = true;  // no angle is NaN
-        for (int i = 0; i < n; ++i) {
-            key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-            index[i] = i;
-            ordered = ordered && key[i] == key[i];
-        }
-        // The library's key sort and a stable radix sort order the angles alike and differ only
-        // in the order of equal angles, which matters only when two points at the same angle tie
-        // for the farthest; then the key sort decides, as it always did.
-        if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
-            for (int i = 0; i < n; ++i) key[i] = std::atan2(m_point[i].y - cy, m_point[i].x - cx);
-            QuickSortKey(angles, order, 1);
-            KeepFarthest(angles, order, cx, cy);
-        }
-        return m_hull.GetSize() >= 3 ? 1 : 0;
+        for (int i = 0; i < n; ++i) order[i] = i;
+        return OutlineOf(order);
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::MakeBoundaryFromPts CMemoryException");
         return 0;
     }
+}
+
+int CTin::MakeBoundaryFromCandidates() {
+    try {
+        const int n = m_point.GetSize();
+        if (n < 3 || !UpdatePtRange() || !RangeIsWide()) return 0;
+        // The points farthest along eight directions, counter-clockwise from east, span a
+        // convex polygon inside the hull; points deeper inside it than `margin` cannot be on
+        // the outline that MakeConvexHull keeps.
+        static const double kDir[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1},
+                                          {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+        int ext[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+        double best[8];
+        for (int k = 0; k < 8; ++k) best[k] = kDir[k][0] * m_point[0].x + kDir[k][1] * m_point[0].y;
+        for (int i = 1; i < n; ++i) {
+            const CXYZ& p = m_point[i];
+            for (int k = 0; k < 8; ++k) {
+                const double d = kDir[k][0] * p.x + kDir[k][1] * p.y;
+                if (d > best[k]) {
+                    best[k] = d;
+                    ext[k] = i;
+                }
+            }
+        }
+        int corner[8], m = 0;
+        for (int k = 0; k < 8; ++k)
+            if (m == 0 || (ext[k] != corner[m - 1] && ext[k] != corner[0])) corner[m++] = ext[k];
+        const double extent = std::max(m_range[1].x - m_range[0].x, m_range[1].y - m_range[0].y);
+        const double margin = std::max(1e-3 * extent, 1e3 * m_eps);
+        // Each edge as a x + b y <= c for the points deep inside.
+        double a[8], b[8], c[8];
+        int edges = 0;
+        for (int k = 0; k < m; ++k) {
+            const CXYZ& p = m_point[corner[k]];
+            const CXYZ& q = m_point[corner[(k + 1) % m]];
+            const double len = std::hypot(q.x - p.x, q.y - p.y);
+            if (!(len > 0.0)) continue;
+            a[edges] = (q.y - p.y) / len;  // outward normal of a counter-clockwise edge
+            b[edges] = (p.x - q.x) / len;
+            c[edges] = a[edges] * p.x + b[edges] * p.y - margin;
+            ++edges;
+        }
+        kel_templ::CKelArray<int, int> order;
+        if (edges < 3) {  // a thin set: every point is a candidate
+            order.SetSize(n);
+            for (int i = 0; i < n; ++i) order[i] = i;
+            return OutlineOf(order);
+        }
+        for (int i = 0; i < n; ++i) {
+            const CXYZ& p = m_point[i];
+            bool deep = true;
+            for (int k = 0; k < edges && deep; ++k) deep = a[k] * p.x + b[k] * p.y < c[k];
+            if (!deep) order.Add(i);
+        }
+        return OutlineOf(order);
+    } catch (const std::bad_alloc&) {
+        KEL_TRACE_ALWAYS(L"CTin::MakeBoundaryFromPts CMemoryException");
+        return 0;
+    }
+}
+
+int CTin::RangeIsWide() const {
+    if (((m_range[1].x - m_range[0].x) <= m_eps) && ((m_range[1].y - m_range[0].y) <= m_eps)) {
+        KEL_TRACE_ALWAYS(
+            L"CTin::MakeBoundaryFromPts (( m_range[1].x - m_range[0].x ) <= m_eps ) && (( "
+            L"m_range[1].y - m_range[0].y ) <= m_eps )");
+        return 0;
+    }
+    return 1;
+}
+
+int CTin::OutlineOf(kel_templ::CKelArray<int, int>& order) {
+    // The outline: the points in order of their angle round the centre of the range, the
+    // farthest of those at one angle. May throw std::bad_alloc.
+    const int n = order.GetSize();
+    const double cx = (m_range[0].x + m_range[1].x) * 0.5;
+    const double cy = (m_range[0].y + m_range[1].y) * 0.5;
+    kel_templ::CKelArray<double, double> angles;
+    angles.SetSize(n);
+    double* key = angles.GetData();
+    int* index = order.GetData();
+    bool ordered = true;  // no angle is NaN
+    for (int i = 0; i < n; ++i) {
+        key[i] = std::atan2(m_point[index[i]].y - cy, m_point[index[i]].x - cx);
+        ordered = ordered && key[i] == key[i];
+    }
+    // The library's key sort and a stable radix sort order the angles alike and differ only
+    // in the order of equal angles, which matters only when two points at the same angle tie
+    // for the farthest; then the key sort decides, as it always did.
+    if (!ordered || !SortKeys(key, index, n) || !KeepFarthest(angles, order, cx, cy)) {
+        std::sort(index, index + n);  // the list as given, which was ascending
+        const std::vector<int> listed(index, index + n);
+        for (int i = 0; i < n; ++i)
+            key[i] = std::atan2(m_point[listed[i]].y - cy, m_point[listed[i]].x - cx);
+        QuickSortKey(angles, order, 1);  // fills order with positions in the list
+        for (int i = 0; i < n; ++i) order[i] = listed[static_cast<std::size_t>(order[i])];
+        KeepFarthest(angles, order, cx, cy);
+    }
+    return m_hull.GetSize() >= 3 ? 1 : 0;
 }
 
 int CTin::KeepFarthest(const kel_templ::CKelArray<double, double>& angles,

@@ -6,10 +6,13 @@
 #include <cmath>
 #include <cstdint>
 #include <new>
+#include <utility>
 #include <vector>
 
+#include "platform/PageBlock.h"
 #include "platform/Trace.h"
 #include "surface/Tin.h"
+#include "surface/TinMesh.h"
 
 namespace {
 
@@ -19,20 +22,23 @@ constexpr int kCurveBits = 13;
 // as many as all rounds before it.
 constexpr int kFirstRound = 128;
 
-// Position of cell (x, y) along the Hilbert curve through the 2^kCurveBits square.
+// Position of cell (x, y) along the Hilbert curve through the 2^kCurveBits square. Branch
+// free: which way each quadrant turns is a coin toss for the predictor.
 std::uint32_t HilbertKey(std::uint32_t x, std::uint32_t y) {
     const std::uint32_t mask = (std::uint32_t(1) << kCurveBits) - 1;
     std::uint32_t d = 0;
     for (std::uint32_t s = std::uint32_t(1) << (kCurveBits - 1); s > 0; s >>= 1) {
         const std::uint32_t rx = (x & s) ? 1 : 0, ry = (y & s) ? 1 : 0;
         d += s * s * ((3 * rx) ^ ry);
-        if (ry == 0) {  // rotate the quadrant so that the curve enters it at its corner
-            if (rx == 1) {
-                x = mask ^ x;
-                y = mask ^ y;
-            }
-            std::swap(x, y);
-        }
+        // Where ry is 0 the quadrant is rotated so that the curve enters it at its corner:
+        // mirrored when rx is 1, then x and y swapped.
+        const std::uint32_t turn = 0u - (ry ^ 1u);
+        const std::uint32_t flip = mask & turn & (0u - rx);
+        x ^= flip;
+        y ^= flip;
+        const std::uint32_t swap = (x ^ y) & turn;
+        x ^= swap;
+        y ^= swap;
     }
     return d;
 }
@@ -78,9 +84,11 @@ void CTin::SpatialOrder(std::vector<int>& from) {
     const double sx = x1 > x0 ? cells / (x1 - x0) : 0.0, sy = y1 > y0 ? cells / (y1 - y0) : 0.0;
     int rounds = 0;  // the last round's number
     while (rounds < 30 && (n >> (rounds + 1)) >= kFirstRound) ++rounds;
-    // Key: round (5 bits), curve position (2 kCurveBits bits), index (32 bits); sorted, the
-    // keys list the points in insertion order, ties in index order.
-    std::vector<std::uint64_t> key(static_cast<std::size_t>(n));
+    // Key: round (5 bits) and curve position (2 kCurveBits bits) above the index (32 bits).
+    // A stable radix sort on the upper half lists the points in insertion order, ties in
+    // index order.
+    using Keys = std::vector<std::uint64_t, kel_pages::Allocator<std::uint64_t>>;
+    Keys key(static_cast<std::size_t>(n)), spare(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) {
         // Half of the points go to the last round, a quarter to the one before, and so on.
         const int level = std::min(TrailingZeros(Mix(static_cast<std::uint64_t>(i))), rounds);
@@ -89,57 +97,76 @@ void CTin::SpatialOrder(std::vector<int>& from) {
         key[static_cast<std::size_t>(i)] =
             (round << 59) | (curve << 32) | static_cast<std::uint32_t>(i);
     }
-    std::sort(key.begin(), key.end());
+    constexpr int kDigitBits = 11;
+    constexpr std::size_t kDigits = std::size_t(1) << kDigitBits;
+    for (int shift = 32; shift < 64; shift += kDigitBits) {
+        std::size_t count[kDigits + 1] = {};
+        for (std::uint64_t k : key) ++count[((k >> shift) & (kDigits - 1)) + 1];
+        for (std::size_t d = 0; d < kDigits; ++d) count[d + 1] += count[d];
+        for (std::uint64_t k : key) spare[count[(k >> shift) & (kDigits - 1)]++] = k;
+        key.swap(spare);
+    }
+    spare = Keys();
     from.resize(static_cast<std::size_t>(n));
     for (int k = 0; k < n; ++k)
         from[static_cast<std::size_t>(k)] =
             static_cast<int>(key[static_cast<std::size_t>(k)] & 0xFFFFFFFFu);
-    auto src = [&key](int k) {
-        return static_cast<int>(key[static_cast<std::size_t>(k)] & 0xFFFFFFFFu);
-    };
+    key = Keys();
+    // Everything that needs memory is had before anything changes.
+    kel_templ::CKelArray<CXYZ, CXYZ&> moved;
+    moved.SetSize(n);
+    std::vector<int> newIndex(m_breakLine.GetSize() > 0 ? static_cast<std::size_t>(n) : 0);
     if (m_breakLine.GetSize() > 0) {
-        std::vector<int> newIndex(static_cast<std::size_t>(n));
-        for (int k = 0; k < n; ++k) newIndex[static_cast<std::size_t>(src(k))] = k;
+        for (int k = 0; k < n; ++k) newIndex[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
         for (int s = 0; s < m_breakLine.GetSize(); ++s)
             for (int e = 0; e < 2; ++e)
                 m_breakLine[s].v[e] = newIndex[static_cast<std::size_t>(m_breakLine[s].v[e])];
     }
-    // Moves the points along the cycles of the permutation; a finished slot names itself.
+    // The points are gathered into a new block in their new order (reading ahead of the
+    // scattered sources) rather than moved round the permutation's cycles in place, which
+    // jumps through memory one dependent miss at a time. Names move, they are not copied.
+    CXYZ* q = moved.GetData();
+    constexpr int kAhead = 8;
     for (int k = 0; k < n; ++k) {
-        if (src(k) == k) continue;
-        const CXYZ first = p[k];
-        int j = k;
-        for (;;) {
-            const int was = src(j);
-            key[static_cast<std::size_t>(j)] = static_cast<std::uint64_t>(j);
-            if (was == k) {
-                p[j] = first;
-                break;
-            }
-            p[j] = p[was];
-            j = was;
-        }
+        if (k + kAhead < n) kel_tin::Prefetch(p + from[static_cast<std::size_t>(k + kAhead)]);
+        CXYZ& src = p[from[static_cast<std::size_t>(k)]];
+        CXYZ& dst = q[k];
+        dst.x = src.x;
+        dst.y = src.y;
+        dst.z = src.z;
+        std::copy(src.m_aux, src.m_aux + 5, dst.m_aux);
+        std::swap(dst.m_code, src.m_code);
+        std::swap(dst.m_name, src.m_name);
     }
+    m_point = std::move(moved);
 }
 
 int CTin::CreateTinSpatial(double angle) {
     const int n = m_point.GetSize();
     if (n < 3) return CreateTin(angle);  // CreateTin traces and empties
+    DropRayIndex();
     try {
         std::vector<int> from;  // from[new index] = index before the reordering
         ResetCellIndex();       // the points move; rebuilt by the next AddPoint
         SpatialOrder(from);
-        if (!CreateTin(0.0)) return 0;  // traced and emptied
-        std::vector<char> used(static_cast<std::size_t>(n), 0);
-        for (int i = 0; i < m_tri.GetSize(); ++i)
-            for (int k = 0; k < 3; ++k)
-                if (m_tri[i].v[k] < n) used[static_cast<std::size_t>(m_tri[i].v[k])] = 1;
-        if (std::find(used.begin(), used.end(), 0) != used.end()) {
-            // A point was left out: coincident points, or runs of collinear points on the
-            // boundary, which the walk can miss when it reaches them in this order. Rebuilt
-            // in index order, where such a point is placed or left out as CreateTin does.
+        m_tri.RemoveAll();
+        if (!MakeBoundaryFromCandidates() || !MakeConvexHull() || !MakeTinForConvexHull()) {
+            InitData();
+            return 0;
+        }
+        // Consecutive points lie close together along the curve: each walk starts next to the
+        // previous point (only the first point of each round walks far), and no locate grid
+        // is needed.
+        int left = 0;
+        if (!InsertVertices(false, left)) {
+            InitData();
+            return 0;
+        }
+        if (left > 0) {
+            // A point was left out: points within m_eps of each other (which AddPoint never
+            // lets in). Rebuilt in index order, where the first of them is kept, as CreateTin
+            // does.
             std::vector<CXYZ> moved(m_point.GetData(), m_point.GetData() + n);
-            m_point.SetSize(n);  // drops the vertices that break lines inserted
             for (int k = 0; k < n; ++k)
                 m_point[from[static_cast<std::size_t>(k)]] = moved[static_cast<std::size_t>(k)];
             for (int s = 0; s < m_breakLine.GetSize(); ++s)
@@ -148,15 +175,10 @@ int CTin::CreateTinSpatial(double angle) {
             ResetCellIndex();
             return CreateTin(angle);
         }
+        return FinishTin(angle);
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::CreateTinSpatial CMemoryException");
         InitData();
         return 0;
     }
-    if (angle > 0.0 && (!DelTriWithAngle(angle, 1) || !UpdateTinRange() || !UpdateDepth() ||
-                        !UpdateTextureCoord())) {
-        InitData();
-        return 0;
-    }
-    return 1;
 }
