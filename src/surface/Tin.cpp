@@ -364,7 +364,8 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
                 // Beyond the ends of an edge of the outline, on its line: the walk goes on
                 // round the end vertex to the next piece of the outline.
                 if (next < 0 && onLine)
-                    next = along > 0.5 * len2 ? BoundaryAfter(cur, Next(k)) : BoundaryBefore(cur, k);
+                    next = along > 0.5 * len2 ? BoundaryStep(cur, Next(k), true)
+                                              : BoundaryStep(cur, k, false);
                 if (next < 0) {
                     status = -1;
                     return -1;
@@ -387,34 +388,19 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
     return -1;
 }
 
-// The two steps round an end vertex of a boundary edge. Each returns the first triangle
-// round the vertex whose other edge at it has no neighbour, or -1 when that is t itself (the
-// point lies beyond a corner of the outline) or a link does not turn round the vertex.
-int CTin::BoundaryAfter(int t, int corner) const {
-    // Counter-clockwise round b = corner of t: across each triangle's edge out of b.
-    const int b = m_tri[t].v[corner];
+int CTin::BoundaryStep(int t, int corner, bool after) const {
+    // Round vertex c = corner of t, across each triangle's edge out of c (after: counter-
+    // clockwise) or into c (before: clockwise), to the first triangle whose such edge has no
+    // neighbour; -1 when that is t itself (the point lies beyond a corner of the outline) or
+    // a link does not turn round c.
+    const int c = m_tri[t].v[corner];
     int cur = t, j = corner;
     for (int guard = 0; guard < m_tri.GetSize(); ++guard) {
-        const int across = m_tri[cur].nb[kel_tin::Next(j)];  // edge b -> v[j + 1]
+        const int across = m_tri[cur].nb[after ? Next(j) : j];
         if (across < 0) return cur == t ? -1 : cur;
         cur = across;
         j = 0;
-        while (j < 3 && m_tri[cur].v[j] != b) ++j;
-        if (j == 3) return -1;
-    }
-    return -1;
-}
-
-int CTin::BoundaryBefore(int t, int corner) const {
-    // Clockwise round a = corner of t: across each triangle's edge into a.
-    const int a = m_tri[t].v[corner];
-    int cur = t, j = corner;
-    for (int guard = 0; guard < m_tri.GetSize(); ++guard) {
-        const int across = m_tri[cur].nb[j];  // edge v[j - 1] -> a
-        if (across < 0) return cur == t ? -1 : cur;
-        cur = across;
-        j = 0;
-        while (j < 3 && m_tri[cur].v[j] != a) ++j;
+        while (j < 3 && m_tri[cur].v[j] != c) ++j;
         if (j == 3) return -1;
     }
     return -1;

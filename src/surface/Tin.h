@@ -290,10 +290,9 @@ private:
     // Triangulation, each walk starting from the locate grid or (grid false) next to the
     // previous point; left receives the count of vertices left out (one DivideTri line each).
     int InsertVertices(bool grid, int& left);
-    // FindTri's steps along the outline: round the end vertex `corner` of t's boundary edge to
-    // the next (After, counter-clockwise) or previous (Before) boundary edge.
-    int BoundaryAfter(int t, int corner) const;
-    int BoundaryBefore(int t, int corner) const;
+    // FindTri's step along the outline: round the end vertex `corner` of t's boundary edge to
+    // the triangle of the next (after) or previous boundary edge.
+    int BoundaryStep(int t, int corner, bool after) const;
     // CreateTin after the triangulation: break lines, the angle filter, range, depth and
     // texture. 1, or 0 after InitData().
     int FinishTin(double angle);
