@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/PageBlock.h"
 #include "platform/Trace.h"
 #include "surface/TinLocateGrid.h"
 #include "surface/TinMesh.h"
@@ -25,10 +26,11 @@ namespace {
 
 // The circumcircle test of CheckOptim: 1 when D lies strictly outside the circle through A, P
 // and B, computed from the circumcentre relative to A; 0 also when A, P, B are collinear.
-inline int OutsideCircle(const CXYZ& A, const CXYZ& P, const CXYZ& B, const CXYZ& D) {
-    const double px = P.x - A.x, py = P.y - A.y;
-    const double bx = B.x - A.x, by = B.y - A.y;
-    const double dx = D.x - A.x, dy = D.y - A.y;
+inline int OutsideCircle(double ax, double ay, double Px, double Py, double Bx, double By,
+                         double Dx, double Dy) {
+    const double px = Px - ax, py = Py - ay;
+    const double bx = Bx - ax, by = By - ay;
+    const double dx = Dx - ax, dy = Dy - ay;
     const double det = px * by - py * bx;
     if (det == 0.0) return 0;
     const double p2 = px * px + py * py, b2 = bx * bx + by * by;
@@ -42,15 +44,30 @@ inline int OutsideCircle(const CXYZ& A, const CXYZ& P, const CXYZ& B, const CXYZ
 
 // CheckSwapTri on points: the flip of the diagonal A - C of quadrilateral (A, B, C, D) makes
 // (B, C, D) and (B, D, A); in FindTri's measure a counter-clockwise triangle is negative.
-inline int FlipKeepsOrientation(const CXYZ& A, const CXYZ& B, const CXYZ& C, const CXYZ& D) {
-    const double z1 = CrossOf(B, C, D.x, D.y);
-    const double z2 = CrossOf(B, D, A.x, A.y);
+inline int FlipKeepsOrientation(double ax, double ay, double bx, double by, double cx, double cy,
+                                double dx, double dy) {
+    const double z1 = (cy - by) * (dx - bx) - (cx - bx) * (dy - by);
+    const double z2 = (dy - by) * (ax - bx) - (dx - bx) * (ay - by);
     if (z1 >= 0.0 || z2 >= 0.0) {
         KEL_TRACE_ALWAYS(L"CTin::CheckSwapTri z1 >= 0.0 || z2 >= 0.0");
         return 0;
     }
     return 1;
 }
+
+// Plan coordinates of the vertices for the walk and the flips: from the points themselves, or
+// from a packed copy (x, y per vertex, four vertices to a cache line where a point takes one),
+// which Triangulation makes for the time it inserts.
+struct CPointXY {
+    const CXYZ* p;
+    double X(int i) const { return p[i].x; }
+    double Y(int i) const { return p[i].y; }
+};
+struct CPackedXY {
+    const double* xy;
+    double X(int i) const { return xy[2 * static_cast<std::size_t>(i)]; }
+    double Y(int i) const { return xy[2 * static_cast<std::size_t>(i) + 1]; }
+};
 
 double Dist2(const CXYZ& a, const CXYZ& b) {
     return (a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y);
@@ -170,6 +187,19 @@ int CTin::InsertVertices(bool grid, int& left) {
         for (int i = 0; i < m_hull.GetSize(); ++i) inHull[static_cast<std::size_t>(m_hull[i])] = 1;
         m_tri.SetSize(2 * n > start ? 2 * n : start);
         m_iOptim = 0;
+        // The walks and flips read x and y from a packed copy (unless the caller gave one):
+        // a quarter of the memory the points take, so that more of the vertices they meet are
+        // still in the caches.
+        std::vector<double, kel_pages::Allocator<double>> packed;
+        CPackedScope scope(m_packedXY);
+        if (m_packedXY == nullptr) {
+            packed.resize(2 * static_cast<std::size_t>(n));
+            for (int i = 0; i < n; ++i) {
+                packed[2 * static_cast<std::size_t>(i)] = m_point[i].x;
+                packed[2 * static_cast<std::size_t>(i) + 1] = m_point[i].y;
+            }
+            scope.Use(packed.data());
+        }
         int lastTri = 0;
         if (!grid) {
             // Each walk starts at the first triangle of the previous split, which keeps that
@@ -197,7 +227,7 @@ int CTin::InsertVertices(bool grid, int& left) {
         }
         CLocateGrid grid(x0, y0, x1, y1, lastTri);
         int lastPt = -1, inserted = m_hull.GetSize();
-        const CXYZ* pts = m_point.GetData();
+        const CXYZ* pts = m_point.GetData();  // the packed copy is theirs (index order)
         const CTri* tris = m_tri.GetData();
         for (int i = 0; i < n; ++i) {
             if (inHull[static_cast<std::size_t>(i)]) continue;
@@ -207,11 +237,12 @@ int CTin::InsertVertices(bool grid, int& left) {
             if (i + 2 < n) {
                 const CLocateGrid::CEntry& ahead = grid.At(pts[i + 2].x, pts[i + 2].y);
                 Prefetch(tris + ahead.tri);
-                if (ahead.pt >= 0) Prefetch(pts + ahead.pt);
+                if (ahead.pt >= 0) Prefetch(m_packedXY + 2 * static_cast<std::size_t>(ahead.pt));
             }
             if (i + 1 < n) {
                 const CTri& ahead = tris[grid.At(pts[i + 1].x, pts[i + 1].y).tri];
-                for (int k = 0; k < 3; ++k) Prefetch(pts + ahead.v[k]);
+                for (int k = 0; k < 3; ++k)
+                    Prefetch(m_packedXY + 2 * static_cast<std::size_t>(ahead.v[k]));
             }
             const CXYZ& p = m_point[i];
             CLocateGrid::CEntry& cell = grid.At(p.x, p.y);
@@ -254,7 +285,11 @@ int CTin::DivideTri(int pt, int& ntri, int& tri) {
     }
     int status = 0, side = 0;
     const CXYZ& p = m_point[pt];
-    const int it = FindTri(tri, p.x, p.y, status, side);
+    // While the packed copy is in use it is the vertices' plan position (CreateTinSpatial
+    // numbers them in its insertion order then).
+    const double x = m_packedXY ? m_packedXY[2 * static_cast<std::size_t>(pt)] : p.x;
+    const double y = m_packedXY ? m_packedXY[2 * static_cast<std::size_t>(pt) + 1] : p.y;
+    const int it = FindTri(tri, x, y, status, side);
     if (it < 0 || status < 0 || status == 1) {
         KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
         return 0;
@@ -297,6 +332,12 @@ int CTin::DivideTri(const double& x, const double& y, const double& z) {
 }
 
 int CTin::FindTri(int start, const double& x, const double& y, int& status, int& side) const {
+    if (m_packedXY != nullptr) return FindTriIn(CPackedXY{m_packedXY}, start, x, y, status, side);
+    return FindTriIn(CPointXY{m_point.GetData()}, start, x, y, status, side);
+}
+
+template <class XY>
+int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side) const {
     status = -2;
     side = 0;
     const int nTri = m_tri.GetSize();
@@ -309,7 +350,6 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
     int mark = start;
     long long sinceMark = 0, span = 1;
     const CTri* tris = m_tri.GetData();
-    const CXYZ* pts = m_point.GetData();
     const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
     const double eps = m_eps;
     for (int steps = 0; steps <= nTri; ++steps) {
@@ -317,12 +357,13 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
         const CTri& t = tris[cur];
         for (int k = 0; k < 3; ++k)
             if (static_cast<unsigned>(t.v[k]) >= nPt) (void)m_point[t.v[k]];
-        const CXYZ* v[3] = {pts + t.v[0], pts + t.v[1], pts + t.v[2]};
+        const double vx[3] = {xy.X(t.v[0]), xy.X(t.v[1]), xy.X(t.v[2])};
+        const double vy[3] = {xy.Y(t.v[0]), xy.Y(t.v[1]), xy.Y(t.v[2])};
         // A coincident vertex first: the edge measure below grows with the edge's length, so
         // a point within m_eps of a vertex can pass every edge test of a long triangle.
-        const double dx0 = x - v[0]->x, dy0 = y - v[0]->y;
-        const double dx1 = x - v[1]->x, dy1 = y - v[1]->y;
-        const double dx2 = x - v[2]->x, dy2 = y - v[2]->y;
+        const double dx0 = x - vx[0], dy0 = y - vy[0];
+        const double dx1 = x - vx[1], dy1 = y - vy[1];
+        const double dx2 = x - vx[2], dy2 = y - vy[2];
         if ((std::fabs(dx0) <= eps && std::fabs(dy0) <= eps) ||
             (std::fabs(dx1) <= eps && std::fabs(dy1) <= eps) ||
             (std::fabs(dx2) <= eps && std::fabs(dy2) <= eps)) {
@@ -331,21 +372,20 @@ int CTin::FindTri(int start, const double& x, const double& y, int& status, int&
         }
         // All three edge measures at once (they are independent; the tests below read them in
         // edge order as before).
-        const double crs[3] = {(v[1]->y - v[0]->y) * dx0 - (v[1]->x - v[0]->x) * dy0,
-                               (v[2]->y - v[1]->y) * dx1 - (v[2]->x - v[1]->x) * dy1,
-                               (v[0]->y - v[2]->y) * dx2 - (v[0]->x - v[2]->x) * dy2};
+        const double crs[3] = {(vy[1] - vy[0]) * dx0 - (vx[1] - vx[0]) * dy0,
+                               (vy[2] - vy[1]) * dx1 - (vx[2] - vx[1]) * dy1,
+                               (vy[0] - vy[2]) * dx2 - (vx[0] - vx[2]) * dy2};
         int next = -2;
         for (int k = 0; k < 3; ++k) {
-            const CXYZ& A = *v[k];
-            const CXYZ& B = *v[Next(k)];
+            const double Ax = vx[k], Ay = vy[k], Bx = vx[Next(k)], By = vy[Next(k)];
             const double cr = crs[k];
             const bool onLine = std::fabs(cr) <= m_eps;
             double along = 0.0, len2 = 0.0;  // (P - A) . (B - A) and |B - A|^2
             if (onLine) {
                 // (A coincident vertex was found above.)
-                const double dxa = x - A.x, dya = y - A.y;
-                const double dxb = B.x - x, dyb = B.y - y;
-                const double ex = B.x - A.x, ey = B.y - A.y;
+                const double dxa = x - Ax, dya = y - Ay;
+                const double dxb = Bx - x, dyb = By - y;
+                const double ex = Bx - Ax, ey = By - Ay;
                 len2 = ex * ex + ey * ey;
                 if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
                     status = 2;
@@ -528,6 +568,14 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
 }
 
 void CTin::Optimization(int t, int e) {
+    if (m_packedXY != nullptr)
+        OptimizationIn(CPackedXY{m_packedXY}, t, e);
+    else
+        OptimizationIn(CPointXY{m_point.GetData()}, t, e);
+}
+
+template <class XY>
+void CTin::OptimizationIn(const XY& xy, int t, int e) {
     // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
     // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
@@ -540,7 +588,6 @@ void CTin::Optimization(int t, int e) {
         return;
     }
     CTri* tri = m_tri.GetData();
-    const CXYZ* pt = m_point.GetData();
     const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
     const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
     try {
@@ -577,8 +624,10 @@ void CTin::Optimization(int t, int e) {
                     const int d = nn.v[Next(i)];
                     for (int v : {a, p, b, d})
                         if (static_cast<unsigned>(v) >= nPt) (void)m_point[v];  // fatal
-                    flipped = OutsideCircle(pt[a], pt[p], pt[b], pt[d]) != 1 &&
-                              FlipKeepsOrientation(pt[a], pt[p], pt[b], pt[d]);
+                    const double ax = xy.X(a), ay = xy.Y(a), px = xy.X(p), py = xy.Y(p);
+                    const double bx = xy.X(b), by = xy.Y(b), dx = xy.X(d), dy = xy.Y(d);
+                    flipped = OutsideCircle(ax, ay, px, py, bx, by, dx, dy) != 1 &&
+                              FlipKeepsOrientation(ax, ay, px, py, bx, by, dx, dy);
                 }
             }
         }
@@ -609,11 +658,13 @@ void CTin::ReserveOptimStack() {
 }
 
 int CTin::CheckOptim(int a, int p, int b, int d) const {
-    return OutsideCircle(m_point[a], m_point[p], m_point[b], m_point[d]);
+    const CXYZ &A = m_point[a], &P = m_point[p], &B = m_point[b], &D = m_point[d];
+    return OutsideCircle(A.x, A.y, P.x, P.y, B.x, B.y, D.x, D.y);
 }
 
 int CTin::CheckSwapTri(int a, int b, int c, int d) const {
-    return FlipKeepsOrientation(m_point[a], m_point[b], m_point[c], m_point[d]);
+    const CXYZ &A = m_point[a], &B = m_point[b], &C = m_point[c], &D = m_point[d];
+    return FlipKeepsOrientation(A.x, A.y, B.x, B.y, C.x, C.y, D.x, D.y);
 }
 
 int CTin::SwapTri(int t1, int e1, int t2, int e2) {
@@ -632,7 +683,7 @@ int CTin::SwapTri(int t1, int e1, int t2, int e2) {
     const int a = A.v[Prev(e1)], p = A.v[e1], b = A.v[Next(e1)];
     const int d = m_tri[t2].v[Next(e2)];
     for (int v : {a, p, b, d}) (void)m_point[v];
-    if (!FlipKeepsOrientation(m_point[a], m_point[p], m_point[b], m_point[d])) return 0;
+    if (!CheckSwapTri(a, p, b, d)) return 0;
     FlipDiagonal(m_tri, t1, e1, t2, e2);
     return 1;
 }

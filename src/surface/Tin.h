@@ -74,18 +74,17 @@ public:
     // Triangulates all vertices; forces registered break lines in; with angle > 0 (degrees)
     // removes thin boundary triangles (DelTriWithAngle(angle, 1)). 1, or 0 after InitData().
     int CreateTin(double angle);
-    // CreateTin in a spatial order, for callers that need no particular vertex numbering: the
-    // vertices are first renumbered into their insertion order (rounds of doubling size chosen
-    // by a fixed pseudo-random draw, each round sorted along a Hilbert curve over the points'
-    // range) and then triangulated as CreateTin does, which is several times faster on large
-    // sets. Registered break lines are renumbered with their vertices (GetBreakLine). For
-    // points in general position the triangles are those of CreateTin, as a set of corner
-    // coordinates, and the hull, heights, depth and texture follow them; only the numbering of
-    // vertices and triangles differs. The order depends on the points alone, so the same input
-    // gives the same numbering. When a vertex is left out of the mesh (points within m_eps of
-    // each other, which AddPoint never lets in) the vertices return to index order and
-    // CreateTin builds the surface, so that the first of them is kept: slower, but the same
-    // surface as CreateTin's. 1, or 0 as CreateTin.
+    // CreateTin in a spatial order, for callers that need no particular triangle numbering:
+    // the points are inserted in rounds of doubling size chosen by a fixed pseudo-random draw,
+    // each round sorted along a Hilbert curve over the points' range, which is several times
+    // faster on large sets. The vertices keep the points' numbers (so do the break lines);
+    // the triangles are numbered as they come. For points in general position the triangles
+    // are those of CreateTin, as sets of three vertices, and the hull, heights, depth and
+    // texture follow them. The order depends on the points alone, so the same input gives the
+    // same numbering. When a vertex is left out of the mesh (points within m_eps of each
+    // other, which AddPoint never lets in) CreateTin builds the surface again in index order,
+    // so that the first of them is kept: slower, but the same surface as CreateTin's. 1, or 0
+    // as CreateTin.
     int CreateTinSpatial(double angle);
     // Inserts a new point into a finished mesh. 1, or 0 (coincident vertex, outside, empty).
     int DivideTri(const double& x, const double& y, const double& z);
@@ -284,15 +283,21 @@ private:
     void StarOf(int u, int t0, std::vector<int>& star) const;
     int FixEdge(int u, int v, int tri);
     int ForceSegment(int s, int& tri);
-    // Renumbers the vertices (and the break lines' ends) into CreateTinSpatial's order;
-    // from[new index] is the old one. Throws std::bad_alloc before it changes anything.
-    void SpatialOrder(std::vector<int>& from);
+    // CreateTinSpatial's insertion order: from[k] is the point inserted k-th, packed holds
+    // x, y of point from[k] at 2k, 2k + 1. Throws std::bad_alloc.
+    void SpatialOrder(std::vector<int>& from,
+                      std::vector<double, kel_pages::Allocator<double>>& packed) const;
     // Triangulation, each walk starting from the locate grid or (grid false) next to the
     // previous point; left receives the count of vertices left out (one DivideTri line each).
     int InsertVertices(bool grid, int& left);
     // FindTri's step along the outline: round the end vertex `corner` of t's boundary edge to
     // the triangle of the next (after) or previous boundary edge.
     int BoundaryStep(int t, int corner, bool after) const;
+    // FindTri and Optimization on the plan coordinates of xy (the points, or m_packedXY).
+    template <class XY>
+    int FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side) const;
+    template <class XY>
+    void OptimizationIn(const XY& xy, int t, int e);
     // CreateTin after the triangulation: break lines, the angle filter, range, depth and
     // texture. 1, or 0 after InitData().
     int FinishTin(double angle);
@@ -307,6 +312,22 @@ private:
     int m_nAdd;                                           // batch counter
     bool m_locateGrid = true;                             // see UseLocateGrid
     std::vector<int> m_optimStack;  // pending Optimization calls: triangle, edge, depth
+    // x, y of every vertex, packed, while the triangulation inserts (no vertex is added
+    // meanwhile); null otherwise. Never copied. CPackedScope sets it for a scope, or keeps
+    // one set by an outer scope.
+    const double* m_packedXY = nullptr;
+    class CPackedScope {
+    public:
+        explicit CPackedScope(const double*& packed) : m_packed(packed), m_outer(packed) {}
+        ~CPackedScope() { m_packed = m_outer; }
+        CPackedScope(const CPackedScope&) = delete;
+        CPackedScope& operator=(const CPackedScope&) = delete;
+        void Use(const double* xy) { m_packed = xy; }
+
+    private:
+        const double*& m_packed;
+        const double* m_outer;
+    };
 
     // Cell index of AddPoint: cells kCellEps tolerances wide in an open-addressing table
     // (m_cellSlot, a power of two in size, at most half full), each chaining its points from

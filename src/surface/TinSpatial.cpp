@@ -1,8 +1,9 @@
-// CTin: the spatially ordered triangulation. The vertices are renumbered into a biased
-// randomised insertion order (rounds of doubling size, each round along a Hilbert curve over
-// the points' range) and then triangulated in that order, so that each walk starts next to
-// the point it looks for and the triangles it touches are still in the caches.
+// CTin: the spatially ordered triangulation. The points are inserted in a biased randomised
+// order (rounds of doubling size, each round along a Hilbert curve over the points' range), so
+// that each walk starts next to the point it looks for and the triangles it touches are still
+// in the caches; the vertices keep the points' numbers.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <new>
@@ -22,23 +23,32 @@ constexpr int kCurveBits = 13;
 // as many as all rounds before it.
 constexpr int kFirstRound = 128;
 
-// Position of cell (x, y) along the Hilbert curve through the 2^kCurveBits square. Branch
-// free: which way each quadrant turns is a coin toss for the predictor.
+// The Hilbert curve one level at a time. Entry [state << 2 | x bit << 1 | y bit] holds the
+// quadrant's position along the curve (bits 0-1) and the next state (bits 2-3). A state is the
+// reflection that the levels above apply to the quadrant: bit 0 swaps x and y, bit 1 mirrors
+// both, so that the curve enters each quadrant at its corner.
+constexpr std::array<std::uint8_t, 16> MakeHilbertTable() {
+    std::array<std::uint8_t, 16> t{};
+    for (unsigned st = 0; st < 4; ++st)
+        for (unsigned xb = 0; xb < 2; ++xb)
+            for (unsigned yb = 0; yb < 2; ++yb) {
+                const unsigned rx = ((st & 1) ? yb : xb) ^ (st >> 1);
+                const unsigned ry = ((st & 1) ? xb : yb) ^ (st >> 1);
+                const unsigned turn = ry == 0 ? (rx == 1 ? 3u : 1u) : 0u;
+                t[st << 2 | xb << 1 | yb] =
+                    static_cast<std::uint8_t>(((3 * rx) ^ ry) | (st ^ turn) << 2);
+            }
+    return t;
+}
+constexpr std::array<std::uint8_t, 16> kHilbertStep = MakeHilbertTable();
+
+// Position of cell (x, y) along the Hilbert curve through the 2^kCurveBits square.
 std::uint32_t HilbertKey(std::uint32_t x, std::uint32_t y) {
-    const std::uint32_t mask = (std::uint32_t(1) << kCurveBits) - 1;
-    std::uint32_t d = 0;
-    for (std::uint32_t s = std::uint32_t(1) << (kCurveBits - 1); s > 0; s >>= 1) {
-        const std::uint32_t rx = (x & s) ? 1 : 0, ry = (y & s) ? 1 : 0;
-        d += s * s * ((3 * rx) ^ ry);
-        // Where ry is 0 the quadrant is rotated so that the curve enters it at its corner:
-        // mirrored when rx is 1, then x and y swapped.
-        const std::uint32_t turn = 0u - (ry ^ 1u);
-        const std::uint32_t flip = mask & turn & (0u - rx);
-        x ^= flip;
-        y ^= flip;
-        const std::uint32_t swap = (x ^ y) & turn;
-        x ^= swap;
-        y ^= swap;
+    std::uint32_t d = 0, st = 0;
+    for (int b = kCurveBits - 1; b >= 0; --b) {
+        const std::uint32_t e = kHilbertStep[st << 2 | ((x >> b) & 1u) << 1 | ((y >> b) & 1u)];
+        d = d << 2 | (e & 3u);
+        st = e >> 2;
     }
     return d;
 }
@@ -52,6 +62,9 @@ std::uint64_t Mix(std::uint64_t i) {
 }
 
 int TrailingZeros(std::uint64_t v) {
+#if defined(__GNUC__) || defined(__clang__)
+    if (v != 0) return __builtin_ctzll(v);
+#endif
     int n = 0;
     while ((v & 1) == 0 && n < 63) {
         v >>= 1;
@@ -70,9 +83,9 @@ std::uint32_t CellOf(double c, double lo, double scale) {
 
 }  // namespace
 
-void CTin::SpatialOrder(std::vector<int>& from) {
+void CTin::SpatialOrder(std::vector<int>& from, std::vector<double, kel_pages::Allocator<double>>& packed) const {
     const int n = m_point.GetSize();
-    CXYZ* p = m_point.GetData();
+    const CXYZ* p = m_point.GetData();
     double x0 = p[0].x, x1 = x0, y0 = p[0].y, y1 = y0;
     for (int i = 1; i < n; ++i) {
         x0 = std::min(x0, p[i].x);
@@ -112,33 +125,15 @@ void CTin::SpatialOrder(std::vector<int>& from) {
         from[static_cast<std::size_t>(k)] =
             static_cast<int>(key[static_cast<std::size_t>(k)] & 0xFFFFFFFFu);
     key = Keys();
-    // Everything that needs memory is had before anything changes.
-    kel_templ::CKelArray<CXYZ, CXYZ&> moved;
-    moved.SetSize(n);
-    std::vector<int> newIndex(m_breakLine.GetSize() > 0 ? static_cast<std::size_t>(n) : 0);
-    if (m_breakLine.GetSize() > 0) {
-        for (int k = 0; k < n; ++k) newIndex[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
-        for (int s = 0; s < m_breakLine.GetSize(); ++s)
-            for (int e = 0; e < 2; ++e)
-                m_breakLine[s].v[e] = newIndex[static_cast<std::size_t>(m_breakLine[s].v[e])];
-    }
-    // The points are gathered into a new block in their new order (reading ahead of the
-    // scattered sources) rather than moved round the permutation's cycles in place, which
-    // jumps through memory one dependent miss at a time. Names move, they are not copied.
-    CXYZ* q = moved.GetData();
+    // The plan coordinates in insertion order, gathered reading ahead of the scattered points.
+    packed.resize(2 * static_cast<std::size_t>(n));
     constexpr int kAhead = 8;
     for (int k = 0; k < n; ++k) {
         if (k + kAhead < n) kel_tin::Prefetch(p + from[static_cast<std::size_t>(k + kAhead)]);
-        CXYZ& src = p[from[static_cast<std::size_t>(k)]];
-        CXYZ& dst = q[k];
-        dst.x = src.x;
-        dst.y = src.y;
-        dst.z = src.z;
-        std::copy(src.m_aux, src.m_aux + 5, dst.m_aux);
-        std::swap(dst.m_code, src.m_code);
-        std::swap(dst.m_name, src.m_name);
+        const CXYZ& src = p[from[static_cast<std::size_t>(k)]];
+        packed[2 * static_cast<std::size_t>(k)] = src.x;
+        packed[2 * static_cast<std::size_t>(k) + 1] = src.y;
     }
-    m_point = std::move(moved);
 }
 
 int CTin::CreateTinSpatial(double angle) {
@@ -146,33 +141,47 @@ int CTin::CreateTinSpatial(double angle) {
     if (n < 3) return CreateTin(angle);  // CreateTin traces and empties
     DropRayIndex();
     try {
-        std::vector<int> from;  // from[new index] = index before the reordering
-        ResetCellIndex();       // the points move; rebuilt by the next AddPoint
-        SpatialOrder(from);
+        ResetCellIndex();  // rebuilt by the next AddPoint; frees its memory meanwhile
         m_tri.RemoveAll();
-        if (!MakeBoundaryFromCandidates() || !MakeConvexHull() || !MakeTinForConvexHull()) {
+        if (!MakeBoundaryFromCandidates() || !MakeConvexHull()) {
             InitData();
             return 0;
         }
-        // Consecutive points lie close together along the curve: each walk starts next to the
-        // previous point (only the first point of each round walks far), and no locate grid
-        // is needed.
+        // The triangulation numbers the vertices in their insertion order (k is point
+        // from[k]) and reads their plan coordinates from `packed`, in that order too, so that
+        // the vertices a walk or a flip meets lie close together in memory. The triangles and
+        // the hull get the points' own numbers back at the end.
+        std::vector<int> from;
+        std::vector<double, kel_pages::Allocator<double>> packed;
+        SpatialOrder(from, packed);
+        {
+            std::vector<int> at(static_cast<std::size_t>(n));
+            for (int k = 0; k < n; ++k) at[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
+            for (int h = 0; h < m_hull.GetSize(); ++h) m_hull[h] = at[static_cast<std::size_t>(m_hull[h])];
+        }
         int left = 0;
-        if (!InsertVertices(false, left)) {
-            InitData();
-            return 0;
+        {
+            CPackedScope scope(m_packedXY);
+            scope.Use(packed.data());
+            // Consecutive points lie close together along the curve: each walk starts next to
+            // the previous point (only the first point of each round walks far), and no locate
+            // grid is needed.
+            if (!MakeTinForConvexHull() || !InsertVertices(false, left)) {
+                InitData();
+                return 0;
+            }
         }
+        packed = std::vector<double, kel_pages::Allocator<double>>();  // before depth and texture
+        const int* own = from.data();
+        CTri* tri = m_tri.GetData();
+        for (int i = 0; i < m_tri.GetSize(); ++i)
+            for (int k = 0; k < 3; ++k) tri[i].v[k] = own[tri[i].v[k]];
+        for (int h = 0; h < m_hull.GetSize(); ++h) m_hull[h] = own[m_hull[h]];
+        from = std::vector<int>();
         if (left > 0) {
             // A point was left out: points within m_eps of each other (which AddPoint never
-            // lets in). Rebuilt in index order, where the first of them is kept, as CreateTin
-            // does.
-            std::vector<CXYZ> moved(m_point.GetData(), m_point.GetData() + n);
-            for (int k = 0; k < n; ++k)
-                m_point[from[static_cast<std::size_t>(k)]] = moved[static_cast<std::size_t>(k)];
-            for (int s = 0; s < m_breakLine.GetSize(); ++s)
-                for (int e = 0; e < 2; ++e)
-                    m_breakLine[s].v[e] = from[static_cast<std::size_t>(m_breakLine[s].v[e])];
-            ResetCellIndex();
+            // lets in). Built again in index order, where the first of them is kept, as
+            // CreateTin does.
             return CreateTin(angle);
         }
         return FinishTin(angle);
