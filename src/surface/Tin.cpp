@@ -55,6 +55,12 @@ inline int FlipKeepsOrientation(double ax, double ay, double bx, double by, doub
     return 1;
 }
 
+// True when an index is outside [0, n): one test, for the rare fatal path.
+inline bool Beyond(unsigned n, int a, int b, int c, int d = 0) {
+    return (static_cast<unsigned>(a) >= n) | (static_cast<unsigned>(b) >= n) |
+           (static_cast<unsigned>(c) >= n) | (static_cast<unsigned>(d) >= n);
+}
+
 // Plan coordinates of the vertices for the walk and the flips: from the points themselves, or
 // from a packed copy (x, y per vertex, four vertices to a cache line where a point takes one),
 // which Triangulation makes for the time it inserts.
@@ -355,8 +361,8 @@ int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, in
     for (int steps = 0; steps <= nTri; ++steps) {
         if (cur >= nTri) (void)m_tri[cur];  // a broken link: the array's fatal error
         const CTri& t = tris[cur];
-        for (int k = 0; k < 3; ++k)
-            if (static_cast<unsigned>(t.v[k]) >= nPt) (void)m_point[t.v[k]];
+        if (Beyond(nPt, t.v[0], t.v[1], t.v[2]))
+            for (int k = 0; k < 3; ++k) (void)m_point[t.v[k]];  // a broken index: fatal
         const double vx[3] = {xy.X(t.v[0]), xy.X(t.v[1]), xy.X(t.v[2])};
         const double vy[3] = {xy.Y(t.v[0]), xy.Y(t.v[1]), xy.Y(t.v[2])};
         // A coincident vertex first: the edge measure below grows with the edge's length, so
@@ -459,13 +465,21 @@ inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, in
     const int k = SlotOf(links, from);
     if (k < 3) links[k] = to;
 }
+// The same on the triangles' block, q known to be a triangle or -1.
+inline void RelinkIn(CTin::CTri* tri, int q, int from, int to) {
+    if (q < 0) return;
+    std::int32_t* links = tri[q].nb;
+    const int k = SlotOf(links, from);
+    if (k < 3) links[k] = to;
+}
 
 // SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)
 // (p at slot e1) and t2 (the slot of t1 in t2's links is e2, d opposite) becomes p - d.
-inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int t1, int e1, int t2,
+inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tris, int t1, int e1, int t2,
                          int e2) {
-    CTin::CTri& A = *(tri.GetData() + t1);
-    CTin::CTri& B = *(tri.GetData() + t2);
+    CTin::CTri* tri = tris.GetData();
+    CTin::CTri& A = tri[t1];
+    CTin::CTri& B = tri[t2];
     const int ne2 = Next(e2);
     const int p = A.v[e1], d = B.v[ne2];
     const int outerA = A.nb[e1];   // across a - p, goes to t2
@@ -483,8 +497,11 @@ inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int
         A.flag = (fa & ~(FixedBit(Prev(e1)) | FixedBit(e1))) | MoveBit(fb, ne2, Prev(e1));
         B.flag = (fb & ~(FixedBit(e2) | FixedBit(ne2))) | MoveBit(fa, e1, e2);
     }
-    Relink(tri, outerB, t2, t1);
-    Relink(tri, outerA, t1, t2);
+    const unsigned nTri = static_cast<unsigned>(tris.GetSize());
+    for (int q : {outerA, outerB})
+        if (q >= 0 && static_cast<unsigned>(q) >= nTri) (void)tris[q];  // a broken link: fatal
+    RelinkIn(tri, outerB, t2, t1);
+    RelinkIn(tri, outerA, t1, t2);
 }
 
 void SetTri(CTin::CTri& t, int v0, int v1, int v2, int n0, int n1, int n2, std::int32_t flag = 0) {
@@ -579,9 +596,9 @@ void CTin::OptimizationIn(const XY& xy, int t, int e) {
     // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
     // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
-    // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would;
-    // m_iOptim holds the depth of the call being worked on. The flip is SwapTri's on the
-    // quadrilateral already loaded.
+    // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would.
+    // The depth of the call being worked on is kept here; m_iOptim, read at the start, is as
+    // it was when this returns. The flip is SwapTri's on the quadrilateral already loaded.
     (void)m_tri[t];  // the array's fatal index error for a bad argument
     if (e < 0 || e > 2) {
         KEL_TRACE_ALWAYS(L"CTin::Optimization e < 0 || e > 2");
@@ -604,7 +621,6 @@ void CTin::OptimizationIn(const XY& xy, int t, int e) {
     // counts as 0.
     int depth = base < 0 ? 0 : base;
     for (;;) {
-        m_iOptim = depth;
         bool flipped = false;
         int n = -1, i = 3;
         if (depth >= OPTIM_LEVEL) {
@@ -622,8 +638,8 @@ void CTin::OptimizationIn(const XY& xy, int t, int e) {
                 } else {
                     const int a = tt.v[pe], p = tt.v[e], b = tt.v[Next(e)];
                     const int d = nn.v[Next(i)];
-                    for (int v : {a, p, b, d})
-                        if (static_cast<unsigned>(v) >= nPt) (void)m_point[v];  // fatal
+                    if (Beyond(nPt, a, p, b, d))
+                        for (int v : {a, p, b, d}) (void)m_point[v];  // a broken index: fatal
                     const double ax = xy.X(a), ay = xy.Y(a), px = xy.X(p), py = xy.Y(p);
                     const double bx = xy.X(b), by = xy.Y(b), dx = xy.X(d), dy = xy.Y(d);
                     flipped = OutsideCircle(ax, ay, px, py, bx, by, dx, dy) != 1 &&
