@@ -381,43 +381,52 @@ int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, in
         const double crs[3] = {(vy[1] - vy[0]) * dx0 - (vx[1] - vx[0]) * dy0,
                                (vy[2] - vy[1]) * dx1 - (vx[2] - vx[1]) * dy1,
                                (vy[0] - vy[2]) * dx2 - (vx[0] - vx[2]) * dy2};
+        // Clearly inside all three edges: the common end of a walk.
+        if (crs[0] < -eps && crs[1] < -eps && crs[2] < -eps) {
+            status = 0;
+            return cur;
+        }
         int next = -2;
         for (int k = 0; k < 3; ++k) {
-            const double Ax = vx[k], Ay = vy[k], Bx = vx[Next(k)], By = vy[Next(k)];
             const double cr = crs[k];
-            const bool onLine = std::fabs(cr) <= m_eps;
-            double along = 0.0, len2 = 0.0;  // (P - A) . (B - A) and |B - A|^2
-            if (onLine) {
-                // (A coincident vertex was found above.)
-                const double dxa = x - Ax, dya = y - Ay;
-                const double dxb = Bx - x, dyb = By - y;
-                const double ex = Bx - Ax, ey = By - Ay;
-                len2 = ex * ex + ey * ey;
-                if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
-                    status = 2;
-                    side = k;
-                    return cur;
-                }
-                // On the line within m_eps but beyond the edge's ends. On the inner side the
-                // edge is passed; on the outer side the walk crosses it. Passing it there too
-                // would call a point inside a sliver triangle (three nearly collinear points of
-                // a scan row) that it lies beyond, and the split would fold the mesh over.
-                if (cr <= 0.0) continue;
-                along = dxa * ex + dya * ey;
-            }
-            if (cr > 0.0) {
+            if (!(cr >= -eps)) continue;  // clearly inside this edge (or not a number)
+            if (cr > eps) {               // clearly outside: cross
                 next = t.nb[Next(k)];
-                // Beyond the ends of an edge of the outline, on its line: the walk goes on
-                // round the end vertex to the next piece of the outline.
-                if (next < 0 && onLine)
-                    next = along > 0.5 * len2 ? BoundaryStep(cur, Next(k), true)
-                                              : BoundaryStep(cur, k, false);
                 if (next < 0) {
                     status = -1;
                     return -1;
                 }
                 break;
             }
+            // On the edge's line within m_eps. (A coincident vertex was found above.)
+            const double Ax = vx[k], Ay = vy[k], Bx = vx[Next(k)], By = vy[Next(k)];
+            const double dxa = x - Ax, dya = y - Ay;
+            const double dxb = Bx - x, dyb = By - y;
+            const double ex = Bx - Ax, ey = By - Ay;
+            const double len2 = ex * ex + ey * ey;
+            if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
+                status = 2;
+                side = k;
+                return cur;
+            }
+            // Beyond the edge's ends. On the inner side the edge is passed; on the outer side
+            // the walk crosses it. Passing it there too would call a point inside a sliver
+            // triangle (three nearly collinear points of a scan row) that it lies beyond, and
+            // the split would fold the mesh over.
+            if (cr <= 0.0) continue;
+            next = t.nb[Next(k)];
+            // Beyond the ends of an edge of the outline: the walk goes on round the end vertex
+            // to the next piece of the outline.
+            if (next < 0) {
+                const double along = dxa * ex + dya * ey;  // (P - A) . (B - A)
+                next = along > 0.5 * len2 ? BoundaryStep(cur, Next(k), true)
+                                          : BoundaryStep(cur, k, false);
+            }
+            if (next < 0) {
+                status = -1;
+                return -1;
+            }
+            break;
         }
         if (next == -2) {
             status = 0;
@@ -475,6 +484,9 @@ inline void RelinkIn(CTin::CTri* tri, int q, int from, int to) {
 
 // SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)
 // (p at slot e1) and t2 (the slot of t1 in t2's links is e2, d opposite) becomes p - d.
+#if defined(__GNUC__) || defined(__clang__)
+__attribute__((always_inline))
+#endif
 inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tris, int t1, int e1, int t2,
                          int e2) {
     CTin::CTri* tri = tris.GetData();

@@ -284,7 +284,8 @@ private:
     int FixEdge(int u, int v, int tri);
     int ForceSegment(int s, int& tri);
     // CreateTinSpatial's insertion order: from[k] is the point inserted k-th, packed holds
-    // x, y of point from[k] at 2k, 2k + 1. Throws std::bad_alloc.
+    // x, y of point from[k] at 2k, 2k + 1. The curve spans m_range (brought up to date by
+    // the caller). Throws std::bad_alloc.
     void SpatialOrder(std::vector<int>& from,
                       std::vector<double, kel_pages::Allocator<double>>& packed) const;
     // Triangulation, each walk starting from the locate grid or (grid false) next to the

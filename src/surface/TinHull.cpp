@@ -90,32 +90,43 @@ int CTin::MakeBoundaryFromPts() {
 int CTin::MakeBoundaryFromCandidates() {
     try {
         const int n = m_point.GetSize();
-        if (n < 3 || !UpdatePtRange() || !RangeIsWide()) return 0;
-        // The points farthest along eight directions, counter-clockwise from east, span a
+        if (n < 3) return 0;
+        // One pass for the range (as UpdatePtRange folds it) and the points farthest along
+        // eight directions, counter-clockwise from east, the first of equals. They span a
         // convex polygon inside the hull; points deeper inside it than `margin` cannot be on
         // the outline that MakeConvexHull keeps.
-        static const double kDir[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1},
-                                          {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+        const CXYZ* pts = m_point.GetData();
+        CXYZ lo(pts[0].x, pts[0].y, pts[0].z), hi = lo;
         int ext[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-        double best[8];
-        for (int k = 0; k < 8; ++k) best[k] = kDir[k][0] * m_point[0].x + kDir[k][1] * m_point[0].y;
+        double best[8] = {pts[0].x,  pts[0].x + pts[0].y,  pts[0].y,  pts[0].y - pts[0].x,
+                          -pts[0].x, -pts[0].x - pts[0].y, -pts[0].y, pts[0].x - pts[0].y};
         for (int i = 1; i < n; ++i) {
-            const CXYZ& p = m_point[i];
-            for (int k = 0; k < 8; ++k) {
-                const double d = kDir[k][0] * p.x + kDir[k][1] * p.y;
-                if (d > best[k]) {
-                    best[k] = d;
+            const CXYZ& p = pts[i];
+            if (p.x < lo.x) lo.x = p.x;
+            if (p.y < lo.y) lo.y = p.y;
+            if (p.z < lo.z) lo.z = p.z;
+            if (p.x > hi.x) hi.x = p.x;
+            if (p.y > hi.y) hi.y = p.y;
+            if (p.z > hi.z) hi.z = p.z;
+            const double along[8] = {p.x, p.x + p.y, p.y, p.y - p.x, -p.x, -p.x - p.y, -p.y, p.x - p.y};
+            for (int k = 0; k < 8; ++k)
+                if (along[k] > best[k]) {
+                    best[k] = along[k];
                     ext[k] = i;
                 }
-            }
         }
+        m_range[0] = lo;
+        m_range[1] = hi;
+        if (!RangeIsWide()) return 0;
         int corner[8], m = 0;
         for (int k = 0; k < 8; ++k)
             if (m == 0 || (ext[k] != corner[m - 1] && ext[k] != corner[0])) corner[m++] = ext[k];
         const double extent = std::max(m_range[1].x - m_range[0].x, m_range[1].y - m_range[0].y);
         const double margin = std::max(1e-3 * extent, 1e3 * m_eps);
-        // Each edge as a x + b y <= c for the points deep inside.
-        double a[8], b[8], c[8];
+        // Each edge as a x + b y < c for the points deep inside; the unused rows hold for
+        // every point (a, b = 0, c = infinity), so that all eight are tested without a branch.
+        double a[8] = {}, b[8] = {}, c[8];
+        std::fill(c, c + 8, HUGE_VAL);
         int edges = 0;
         for (int k = 0; k < m; ++k) {
             const CXYZ& p = m_point[corner[k]];
@@ -134,9 +145,9 @@ int CTin::MakeBoundaryFromCandidates() {
             return OutlineOf(order);
         }
         for (int i = 0; i < n; ++i) {
-            const CXYZ& p = m_point[i];
+            const CXYZ& p = pts[i];
             bool deep = true;
-            for (int k = 0; k < edges && deep; ++k) deep = a[k] * p.x + b[k] * p.y < c[k];
+            for (int k = 0; k < 8; ++k) deep &= a[k] * p.x + b[k] * p.y < c[k];
             if (!deep) order.Add(i);
         }
         return OutlineOf(order);

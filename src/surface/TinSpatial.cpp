@@ -42,13 +42,37 @@ constexpr std::array<std::uint8_t, 16> MakeHilbertTable() {
 }
 constexpr std::array<std::uint8_t, 16> kHilbertStep = MakeHilbertTable();
 
+// Two levels at once: entry [state << 4 | x bits << 2 | y bits] holds the two quadrants'
+// positions (bits 0-3) and the next state (bits 4-5).
+constexpr std::array<std::uint8_t, 64> MakeHilbertTable2() {
+    std::array<std::uint8_t, 64> t{};
+    for (unsigned st = 0; st < 4; ++st)
+        for (unsigned xb = 0; xb < 4; ++xb)
+            for (unsigned yb = 0; yb < 4; ++yb) {
+                const unsigned hi = kHilbertStep[st << 2 | (xb >> 1) << 1 | (yb >> 1)];
+                const unsigned lo = kHilbertStep[(hi >> 2) << 2 | (xb & 1u) << 1 | (yb & 1u)];
+                t[st << 4 | xb << 2 | yb] =
+                    static_cast<std::uint8_t>((hi & 3u) << 2 | (lo & 3u) | (lo >> 2) << 4);
+            }
+    return t;
+}
+constexpr std::array<std::uint8_t, 64> kHilbertStep2 = MakeHilbertTable2();
+
 // Position of cell (x, y) along the Hilbert curve through the 2^kCurveBits square.
 std::uint32_t HilbertKey(std::uint32_t x, std::uint32_t y) {
     std::uint32_t d = 0, st = 0;
-    for (int b = kCurveBits - 1; b >= 0; --b) {
-        const std::uint32_t e = kHilbertStep[st << 2 | ((x >> b) & 1u) << 1 | ((y >> b) & 1u)];
-        d = d << 2 | (e & 3u);
+    int b = kCurveBits;
+    if (b % 2 == 1) {  // the top level alone
+        --b;
+        const std::uint32_t e = kHilbertStep[((x >> b) & 1u) << 1 | ((y >> b) & 1u)];
+        d = e & 3u;
         st = e >> 2;
+    }
+    while (b > 0) {
+        b -= 2;
+        const std::uint32_t e = kHilbertStep2[st << 4 | ((x >> b) & 3u) << 2 | ((y >> b) & 3u)];
+        d = d << 4 | (e & 15u);
+        st = e >> 4;
     }
     return d;
 }
@@ -86,13 +110,7 @@ std::uint32_t CellOf(double c, double lo, double scale) {
 void CTin::SpatialOrder(std::vector<int>& from, std::vector<double, kel_pages::Allocator<double>>& packed) const {
     const int n = m_point.GetSize();
     const CXYZ* p = m_point.GetData();
-    double x0 = p[0].x, x1 = x0, y0 = p[0].y, y1 = y0;
-    for (int i = 1; i < n; ++i) {
-        x0 = std::min(x0, p[i].x);
-        x1 = std::max(x1, p[i].x);
-        y0 = std::min(y0, p[i].y);
-        y1 = std::max(y1, p[i].y);
-    }
+    const double x0 = m_range[0].x, x1 = m_range[1].x, y0 = m_range[0].y, y1 = m_range[1].y;
     const double cells = static_cast<double>(1u << kCurveBits);
     const double sx = x1 > x0 ? cells / (x1 - x0) : 0.0, sy = y1 > y0 ? cells / (y1 - y0) : 0.0;
     int rounds = 0;  // the last round's number
