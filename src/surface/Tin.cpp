@@ -539,9 +539,8 @@ void CTin::DivideTriInside(int pt, int& ntri, int t) {
     Relink(m_tri, q0, t, t2);
     Relink(m_tri, q2, t, t1);
     ntri += 2;
-    Optimization(t, 0);
-    Optimization(t1, 0);
-    Optimization(t2, 0);
+    const int split[3] = {t, t1, t2}, edge[3] = {0, 0, 0};
+    OptimizeEach(split, edge, 3);
 }
 
 void CTin::SplitOnBoundary(int pt, int& ntri, int t, int side) {
@@ -555,8 +554,8 @@ void CTin::SplitOnBoundary(int pt, int& ntri, int t, int side) {
     SetTri(m_tri[t1], pt, c, a, -1, t, qca, MoveBit(old.flag, side, 2) | ab);
     Relink(m_tri, qca, t, t1);
     ntri += 1;
-    Optimization(t, 0);
-    Optimization(t1, 0);
+    const int split[2] = {t, t1}, edge[2] = {0, 0};
+    OptimizeEach(split, edge, 2);
 }
 
 void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
@@ -590,32 +589,38 @@ void CTin::DivideTriOnSide(int pt, int& ntri, int t, int side) {
     Relink(m_tri, qca, t, t1);
     Relink(m_tri, qdb, n, t2);
     ntri += 2;
-    Optimization(t, 0);
-    Optimization(t1, 0);
-    Optimization(n, 0);
-    Optimization(t2, 0);
+    const int split[4] = {t, t1, n, t2}, edge[4] = {0, 0, 0, 0};
+    OptimizeEach(split, edge, 4);
 }
 
 void CTin::Optimization(int t, int e) {
+    const int edge[1] = {e};
+    OptimizeEach(&t, edge, 1);
+}
+
+void CTin::OptimizeEach(const int* tris, const int* edges, int count) {
     if (m_packedXY != nullptr)
-        OptimizationIn(CPackedXY{m_packedXY}, t, e);
+        OptimizationIn(CPackedXY{m_packedXY}, tris, edges, count);
     else
-        OptimizationIn(CPointXY{m_point.GetData()}, t, e);
+        OptimizationIn(CPointXY{m_point.GetData()}, tris, edges, count);
 }
 
 template <class XY>
-void CTin::OptimizationIn(const XY& xy, int t, int e) {
+void CTin::OptimizationIn(const XY& xy, const int* tris, const int* edges, int count) {
+    for (int c = 0; c < count; ++c) {
+        (void)m_tri[tris[c]];  // the array's fatal index error for a bad argument
+        if (edges[c] < 0 || edges[c] > 2) {
+            KEL_TRACE_ALWAYS(L"CTin::Optimization e < 0 || e > 2");
+            return;
+        }
+    }
+    int t = tris[0], e = edges[0];
     // Depth-first edge legalisation. Each pending call is a (triangle, edge, depth) triple on
     // an explicit stack instead of the machine stack: a flip cascade may go OPTIM_LEVEL deep,
     // too deep for small thread stacks. A flip schedules (t, e) and then (n, i) one level
     // deeper, (t, e) on top so that its whole cascade runs first, as a recursive call would.
     // The depth of the call being worked on is kept here; m_iOptim, read at the start, is as
     // it was when this returns. The flip is SwapTri's on the quadrilateral already loaded.
-    (void)m_tri[t];  // the array's fatal index error for a bad argument
-    if (e < 0 || e > 2) {
-        KEL_TRACE_ALWAYS(L"CTin::Optimization e < 0 || e > 2");
-        return;
-    }
     CTri* tri = m_tri.GetData();
     const unsigned nTri = static_cast<unsigned>(m_tri.GetSize());
     const unsigned nPt = static_cast<unsigned>(m_point.GetSize());
@@ -632,6 +637,14 @@ void CTin::OptimizationIn(const XY& xy, int t, int e) {
     // deeper, so that one stays in registers and only (n, i) is pushed. A negative depth
     // counts as 0.
     int depth = base < 0 ? 0 : base;
+    // The calls after the first wait at the bottom of the stack, the second on top: each
+    // runs when the whole cascade of the one before it has, as consecutive calls would.
+    for (int c = count - 1; c >= 1; --c) {
+        s[top] = tris[c];
+        s[top + 1] = edges[c];
+        s[top + 2] = depth;
+        top += 3;
+    }
     for (;;) {
         bool flipped = false;
         int n = -1, i = 3;
@@ -679,9 +692,10 @@ void CTin::OptimizationIn(const XY& xy, int t, int e) {
 }
 
 void CTin::ReserveOptimStack() {
-    // The pending calls hold strictly rising depths, each at most OPTIM_LEVEL (a flip is made
-    // below it only): OPTIM_LEVEL triples at the most.
-    constexpr std::size_t kInts = 3 * static_cast<std::size_t>(OPTIM_LEVEL);
+    // The pending calls of one cascade hold strictly rising depths, each at most OPTIM_LEVEL
+    // (a flip is made below it only): OPTIM_LEVEL triples at the most, plus the calls that
+    // OptimizeEach lines up (three at the most).
+    constexpr std::size_t kInts = 3 * (static_cast<std::size_t>(OPTIM_LEVEL) + kMaxEach);
     if (m_optimStack.size() < kInts) m_optimStack.resize(kInts);
 }
 

@@ -298,7 +298,11 @@ private:
     template <class XY>
     int FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side) const;
     template <class XY>
-    void OptimizationIn(const XY& xy, int t, int e);
+    void OptimizationIn(const XY& xy, const int* tris, const int* edges, int count);
+    // Optimization(tris[0], edges[0]), then the next, up to count (at most kMaxEach), in one
+    // pass over the stack.
+    void OptimizeEach(const int* tris, const int* edges, int count);
+    static constexpr std::size_t kMaxEach = 4;
     // CreateTin after the triangulation: break lines, the angle filter, range, depth and
     // texture. 1, or 0 after InitData().
     int FinishTin(double angle);

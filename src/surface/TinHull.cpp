@@ -54,6 +54,16 @@ bool SortKeys(double* key, int* index, int n) {
     }
     return true;
 }
+
+// Widens [lo, hi] to hold p (a NaN coordinate changes nothing; the first of equals stays).
+inline void FoldRange(const CXYZ& p, CXYZ& lo, CXYZ& hi) {
+    if (p.x < lo.x) lo.x = p.x;
+    if (p.y < lo.y) lo.y = p.y;
+    if (p.z < lo.z) lo.z = p.z;
+    if (p.x > hi.x) hi.x = p.x;
+    if (p.y > hi.y) hi.y = p.y;
+    if (p.z > hi.z) hi.z = p.z;
+}
 }  // namespace
 
 int CTin::UpdatePtRange() {
@@ -62,12 +72,7 @@ int CTin::UpdatePtRange() {
     CXYZ lo(m_point[0].x, m_point[0].y, m_point[0].z), hi = lo;
     for (int i = 1; i < n; ++i) {
         const CXYZ& p = m_point[i];
-        if (p.x < lo.x) lo.x = p.x;
-        if (p.y < lo.y) lo.y = p.y;
-        if (p.z < lo.z) lo.z = p.z;
-        if (p.x > hi.x) hi.x = p.x;
-        if (p.y > hi.y) hi.y = p.y;
-        if (p.z > hi.z) hi.z = p.z;
+        FoldRange(p, lo, hi);
     }
     m_range[0] = lo;
     m_range[1] = hi;
@@ -102,12 +107,7 @@ int CTin::MakeBoundaryFromCandidates() {
                           -pts[0].x, -pts[0].x - pts[0].y, -pts[0].y, pts[0].x - pts[0].y};
         for (int i = 1; i < n; ++i) {
             const CXYZ& p = pts[i];
-            if (p.x < lo.x) lo.x = p.x;
-            if (p.y < lo.y) lo.y = p.y;
-            if (p.z < lo.z) lo.z = p.z;
-            if (p.x > hi.x) hi.x = p.x;
-            if (p.y > hi.y) hi.y = p.y;
-            if (p.z > hi.z) hi.z = p.z;
+            FoldRange(p, lo, hi);
             const double along[8] = {p.x, p.x + p.y, p.y, p.y - p.x, -p.x, -p.x - p.y, -p.y, p.x - p.y};
             for (int k = 0; k < 8; ++k)
                 if (along[k] > best[k]) {
