@@ -47,9 +47,11 @@ class Tin:
     def __init__(self) -> None: ...
     @staticmethod
     def build(points: ArrayLike, breaklines: Optional[Sequence[ArrayLike]] = None,
-              angle: float = 0.0, name: str = "", eps: float = 1e-6) -> "Tin":
+              angle: float = 0.0, name: str = "", eps: float = 1e-6,
+              index_order: bool = False) -> "Tin":
         """Triangulates N x 3 points; break lines are K x 3 vertex chains forced in as edges;
-        angle > 0 removes thin boundary triangles (degrees). Duplicates within eps skipped."""
+        angle > 0 removes thin boundary triangles (degrees). Duplicates within eps skipped.
+        Inserted in a spatial order, or in the given order with index_order (slower)."""
     @staticmethod
     def read(path: PathLike) -> list["Tin"]:
         """Every surface of a surface file (version 0, 1 or 2)."""

@@ -259,8 +259,8 @@ int MissingSegments(const CTin& tin, const std::vector<std::pair<int, int>>& seg
 }
 
 // Reads the points (and break lines), adds them to r.tin and triangulates, in the order of the
-// rows with indexOrder, else in a spatial order (the same triangles, the vertices
-// numbered as inserted). "" or the failure.
+// rows with indexOrder, else in a spatial order (the same triangles, numbered as that
+// insertion makes them; the vertices are the rows in both). "" or the failure.
 std::string BuildSurface(const std::string& pointsPath, const std::string& linesPath, double angle,
                          bool indexOrder, BuildResult& r, Progress& progress) {
     progress.Phase("reading " + pointsPath);
@@ -444,7 +444,7 @@ struct BuildArgs {
     std::string points, output, lines, name;
     int version = 2;
     double angle = 0.0;
-    bool spatial = false;
+    bool indexOrder = false;
     kelscan_cli::Format format = kelscan_cli::Format::kText;
 };
 
@@ -457,7 +457,7 @@ int RunBuild(const BuildArgs& a) {
     BuildResult r;
     Progress progress(kel_platform::StderrIsTerminal());
     const std::string error = progress.Run(
-        [&]() { return BuildSurface(a.points, a.lines, a.angle, !a.spatial, r, progress); });
+        [&]() { return BuildSurface(a.points, a.lines, a.angle, a.indexOrder, r, progress); });
     if (!error.empty()) return Fail(error);
     const std::string stem = a.output == "-" ? Stem(a.points) : Stem(a.output);
     r.tin.SetName(Wide(a.name.empty() ? stem : a.name).c_str());
@@ -685,9 +685,9 @@ void Setup(CLI::App& app) {
         "Remove thin boundary triangles with an angle at the boundary up to A degrees");
     b->add_option("--breaklines", build.lines,
                   "Break-line CSV: LINE,north,east[,height] (m) per vertex");
-    b->add_flag("--spatial", build.spatial,
-                "Insert and number the points in a spatial order (faster on random and grid "
-                "sets); default: the order of the rows");
+    b->add_flag("--index-order", build.indexOrder,
+                "Insert the points in the order of the rows and number the triangles as that "
+                "insertion makes them (slower); default: a spatial order, the same triangles");
     b->add_option("--name", build.name,
                   "Surface name stored in versions 1 and 2 (default: file stem)");
     kelscan_cli::AddFormatOption(b, build.format);

@@ -17,7 +17,7 @@ typedef kel_templ::CKelArray<CTin, CTin&> TinArray;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 std::unique_ptr<CTin> Build(const py::handle& points, const py::handle& breaklines, double angle,
-                            const std::string& name, double eps) {
+                            const std::string& name, double eps, bool indexOrder) {
     const Doubles pts = Rows(points, 3, "points");
     std::vector<Doubles> lines;
     if (!breaklines.is_none()) {
@@ -49,7 +49,8 @@ std::unique_ptr<CTin> Build(const py::handle& points, const py::handle& breaklin
             prev = k;
         }
     }
-    if (!tin->CreateTin(angle)) call.Fail("Tin.build");
+    if (!(indexOrder ? tin->CreateTin(angle) : tin->CreateTinSpatial(angle)))
+        call.Fail("Tin.build");
     return tin;
 }
 
@@ -115,14 +116,17 @@ void BindSurface(py::module_& m) {
         .def(py::init<>(), "An empty surface.")
         .def_static("build", &Build, py::arg("points"), py::arg("breaklines") = py::none(),
                     py::arg("angle") = 0.0, py::arg("name") = "",
-                    py::arg("eps") = CTin::kDefaultEps,
+                    py::arg("eps") = CTin::kDefaultEps, py::arg("index_order") = false,
                     "Triangulates an N x 3 array of points (x east, y north, z height).\n\n"
                     "A point whose x and y both lie within eps of an earlier one is skipped (the "
                     "first height wins). breaklines: K x 3 arrays of vertices; each becomes a "
                     "chain of triangle edges (a vertex within eps of a point is that point, with "
                     "its height). angle > 0 removes thin boundary triangles whose angle at an end "
-                    "of their boundary edge is at most angle degrees. Raises kelscan.Error with "
-                    "the library's line when the points cannot be triangulated.")
+                    "of their boundary edge is at most angle degrees. The points are inserted in "
+                    "a spatial order, or with index_order in the order given (slower; the "
+                    "classic triangle numbering), as kelscan tin build --index-order; the "
+                    "triangles are the same. Raises kelscan.Error with the library's line when "
+                    "the points cannot be triangulated.")
         .def_static(
             "read",
             [](const std::string& path) {

@@ -21,6 +21,10 @@ def test_build_matches_the_program_and_round_trips(data, cli, tmp_path):
     np.testing.assert_array_equal(ours.neighbours, theirs.neighbours)
     np.testing.assert_array_equal(ours.points, theirs.points)
     assert len(ours.points) == len(points) - 2  # the two check shots are skipped
+    cli("tin", "build", data / "terrain.csv", "-o", tmp_path / "r.tin", "--index-order")
+    [rows] = kelscan.Tin.read(str(tmp_path / "r.tin"))
+    np.testing.assert_array_equal(kelscan.Tin.build(points, index_order=True).triangles,
+                                  rows.triangles)
     assert ours.plan_area == pytest.approx(120 * 90, rel=0.05)
 
     ours.write(str(tmp_path / "p.tin"), version=1)

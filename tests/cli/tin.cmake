@@ -48,8 +48,8 @@ foreach(v 0 1)
 endforeach()
 expect_output("file: ${W}/v1.tin (version 1, 1 surface)\nsurface 1: name \"G\"\n${body}" tin info ${W}/v1.tin)
 expect_output("file: ${W}/v0.tin (version 0, 1 surface)\nsurface 1\n${body}" tin info ${W}/v0.tin)
-# Inserted in a spatial order: the same surface.
-run_kelscan(out rc err tin build ${DATA}/terrain.csv -o ${W}/rows.tin --spatial
+# Inserted in the rows' order: the same surface.
+run_kelscan(out rc err tin build ${DATA}/terrain.csv -o ${W}/rows.tin --index-order
     --breaklines ${DATA}/breaklines.csv --file-version 0)
 expect_phrases("${out}" "every segment is a chain of mesh edges.")
 expect_output("file: ${W}/rows.tin (version 0, 1 surface)\nsurface 1\n${body}" tin info ${W}/rows.tin)
