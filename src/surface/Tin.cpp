@@ -295,9 +295,13 @@ int CTin::DivideTri(int pt, int& ntri, int& tri) {
     // numbers them in its insertion order then).
     const double x = m_packedXY ? m_packedXY[2 * static_cast<std::size_t>(pt)] : p.x;
     const double y = m_packedXY ? m_packedXY[2 * static_cast<std::size_t>(pt) + 1] : p.y;
-    const int it = FindTri(tri, x, y, status, side);
+    int it = FindTri(tri, x, y, status, side);
+    // A walk that circled (it can, where rounding kept a flip from being made and the mesh is
+    // not exactly Delaunay) tries again, choosing among the edges to cross at random.
+    if (it < 0 && status == -2) it = FindTriOrWander(tri, x, y, status, side, true);
     if (it < 0 || status < 0 || status == 1) {
-        KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
+        if (!m_quietLeftOut)
+            KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
         return 0;
     }
     tri = it;
@@ -338,12 +342,19 @@ int CTin::DivideTri(const double& x, const double& y, const double& z) {
 }
 
 int CTin::FindTri(int start, const double& x, const double& y, int& status, int& side) const {
-    if (m_packedXY != nullptr) return FindTriIn(CPackedXY{m_packedXY}, start, x, y, status, side);
-    return FindTriIn(CPointXY{m_point.GetData()}, start, x, y, status, side);
+    return FindTriOrWander(start, x, y, status, side, false);
+}
+
+int CTin::FindTriOrWander(int start, double x, double y, int& status, int& side,
+                          bool wander) const {
+    if (m_packedXY != nullptr)
+        return FindTriIn(CPackedXY{m_packedXY}, start, x, y, status, side, wander);
+    return FindTriIn(CPointXY{m_point.GetData()}, start, x, y, status, side, wander);
 }
 
 template <class XY>
-int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side) const {
+int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side,
+                    bool wander) const {
     status = -2;
     side = 0;
     const int nTri = m_tri.GetSize();
@@ -381,59 +392,81 @@ int CTin::FindTriIn(const XY& xy, int start, double x, double y, int& status, in
         const double crs[3] = {(vy[1] - vy[0]) * dx0 - (vx[1] - vx[0]) * dy0,
                                (vy[2] - vy[1]) * dx1 - (vx[2] - vx[1]) * dy1,
                                (vy[0] - vy[2]) * dx2 - (vx[0] - vx[2]) * dy2};
-        // Clearly inside all three edges: the common end of a walk.
-        if (crs[0] < -eps && crs[1] < -eps && crs[2] < -eps) {
-            status = 0;
-            return cur;
-        }
         int next = -2;
-        for (int k = 0; k < 3; ++k) {
-            const double cr = crs[k];
-            if (!(cr >= -eps)) continue;  // clearly inside this edge (or not a number)
-            if (cr > eps) {               // clearly outside: cross
+        // Wandering, the edges are tried from a pseudo-random one on: such a walk cannot
+        // circle for ever in any triangulation.
+        const int first =
+            wander ? static_cast<int>((static_cast<unsigned>(steps) * 2654435761u >> 16) % 3) : 0;
+        if (std::fabs(crs[0]) > eps && std::fabs(crs[1]) > eps && std::fabs(crs[2]) > eps) {
+            // No edge within m_eps (the common case): the first edge the point lies beyond is
+            // crossed, or the point is inside. Selected without a branch per edge, which way
+            // the walk goes being a coin toss for the predictor.
+            int k = crs[0] > eps ? 0 : crs[1] > eps ? 1 : crs[2] > eps ? 2 : 3;
+            if (wander && k < 3)
+                for (int j = 0; j < 3; ++j)
+                    if (crs[(first + j) % 3] > eps) {
+                        k = (first + j) % 3;
+                        break;
+                    }
+            if (k == 3) {
+                status = 0;
+                return cur;
+            }
+            next = t.nb[Next(k)];
+            if (next < 0) {
+                status = -1;
+                return -1;
+            }
+        } else {
+            for (int j = 0; j < 3; ++j) {
+                const int k = wander ? (first + j) % 3 : j;
+                const double cr = crs[k];
+                if (!(cr >= -eps)) continue;  // clearly inside this edge (or not a number)
+                if (cr > eps) {               // clearly outside: cross
+                    next = t.nb[Next(k)];
+                    if (next < 0) {
+                        status = -1;
+                        return -1;
+                    }
+                    break;
+                }
+                // On the edge's line within m_eps. (A coincident vertex was found above.)
+                const double Ax = vx[k], Ay = vy[k], Bx = vx[Next(k)], By = vy[Next(k)];
+                const double dxa = x - Ax, dya = y - Ay;
+                const double dxb = Bx - x, dyb = By - y;
+                const double ex = Bx - Ax, ey = By - Ay;
+                const double len2 = ex * ex + ey * ey;
+                if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
+                    status = 2;
+                    side = k;
+                    return cur;
+                }
+                // Beyond the edge's ends. On the inner side the edge is passed; on the outer side
+                // the walk crosses it. Passing it there too would call a point inside a sliver
+                // triangle (three nearly collinear points of a scan row) that it lies beyond, and
+                // the split would fold the mesh over.
+                if (cr <= 0.0) continue;
                 next = t.nb[Next(k)];
+                // Beyond the ends of an edge of the outline: the walk goes on round the end vertex
+                // to the next piece of the outline.
+                if (next < 0) {
+                    const double along = dxa * ex + dya * ey;  // (P - A) . (B - A)
+                    next = along > 0.5 * len2 ? BoundaryStep(cur, Next(k), true)
+                                              : BoundaryStep(cur, k, false);
+                }
                 if (next < 0) {
                     status = -1;
                     return -1;
                 }
                 break;
             }
-            // On the edge's line within m_eps. (A coincident vertex was found above.)
-            const double Ax = vx[k], Ay = vy[k], Bx = vx[Next(k)], By = vy[Next(k)];
-            const double dxa = x - Ax, dya = y - Ay;
-            const double dxb = Bx - x, dyb = By - y;
-            const double ex = Bx - Ax, ey = By - Ay;
-            const double len2 = ex * ex + ey * ey;
-            if (dxa * dxb >= 0.0 && dya * dyb >= 0.0 && dxa * dxa + dya * dya <= len2) {
-                status = 2;
-                side = k;
-                return cur;
-            }
-            // Beyond the edge's ends. On the inner side the edge is passed; on the outer side
-            // the walk crosses it. Passing it there too would call a point inside a sliver
-            // triangle (three nearly collinear points of a scan row) that it lies beyond, and
-            // the split would fold the mesh over.
-            if (cr <= 0.0) continue;
-            next = t.nb[Next(k)];
-            // Beyond the ends of an edge of the outline: the walk goes on round the end vertex
-            // to the next piece of the outline.
-            if (next < 0) {
-                const double along = dxa * ex + dya * ey;  // (P - A) . (B - A)
-                next = along > 0.5 * len2 ? BoundaryStep(cur, Next(k), true)
-                                          : BoundaryStep(cur, k, false);
-            }
-            if (next < 0) {
-                status = -1;
-                return -1;
-            }
-            break;
         }
         if (next == -2) {
             status = 0;
             return cur;
         }
         cur = next;
-        if (cur == mark) return -1;
+        if (cur == mark && !wander) return -1;  // a wandering walk may come back and go on
         if (++sinceMark == span) {
             mark = cur;
             sinceMark = 0;
@@ -487,8 +520,8 @@ inline void RelinkIn(CTin::CTri* tri, int q, int from, int to) {
 #if defined(__GNUC__) || defined(__clang__)
 __attribute__((always_inline))
 #endif
-inline void FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tris, int t1, int e1, int t2,
-                         int e2) {
+inline void
+FlipDiagonal(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tris, int t1, int e1, int t2, int e2) {
     CTin::CTri* tri = tris.GetData();
     CTin::CTri& A = tri[t1];
     CTin::CTri& B = tri[t2];

@@ -89,7 +89,9 @@ public:
     // Inserts a new point into a finished mesh. 1, or 0 (coincident vertex, outside, empty).
     int DivideTri(const double& x, const double& y, const double& z);
     // Inserts existing vertex pt; ntri is the running triangle count, tri the start of the
-    // walk and receives the triangle that contained the point.
+    // walk and receives the triangle that contained the point. A walk that circles (possible
+    // where rounding kept a flip from being made) is tried again crossing pseudo-randomly
+    // chosen edges, so that the point is not lost.
     int DivideTri(int pt, int& ntri, int& tri);
     // Walking point location from triangle start. Returns the triangle or -1; status -2 not
     // searched, -1 outside, 0 inside, 1 on vertex, 2 on edge `side` (edge v[side]-v[side+1]).
@@ -291,12 +293,22 @@ private:
     // Triangulation, each walk starting from the locate grid or (grid false) next to the
     // previous point; left receives the count of vertices left out (one DivideTri line each).
     int InsertVertices(bool grid, int& left);
+    // CreateTinSpatial's points left out. One within m_eps of a vertex (counted in
+    // coincident) stays out, but where the vertex is a later point than it, the vertex takes
+    // its number and position (from, packed), as index order would have kept it; one that a
+    // walk missed is inserted now. False when a point cannot be settled so, when there are
+    // many, or when a triangle round the vertex would turn over.
+    bool SettleLeftOut(std::vector<int>& from, double* packed, int& coincident);
     // FindTri's step along the outline: round the end vertex `corner` of t's boundary edge to
     // the triangle of the next (after) or previous boundary edge.
     int BoundaryStep(int t, int corner, bool after) const;
     // FindTri and Optimization on the plan coordinates of xy (the points, or m_packedXY).
     template <class XY>
-    int FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side) const;
+    int FindTriIn(const XY& xy, int start, double x, double y, int& status, int& side,
+                  bool wander) const;
+    // FindTri; with wander, the walk crosses a pseudo-randomly chosen edge of those the point
+    // lies beyond, which ends in any triangulation (DivideTri's second try).
+    int FindTriOrWander(int start, double x, double y, int& status, int& side, bool wander) const;
     template <class XY>
     void OptimizationIn(const XY& xy, const int* tris, const int* edges, int count);
     // Optimization(tris[0], edges[0]), then the next, up to count (at most kMaxEach), in one
@@ -321,6 +333,8 @@ private:
     // meanwhile); null otherwise. Never copied. CPackedScope sets it for a scope, or keeps
     // one set by an outer scope.
     const double* m_packedXY = nullptr;
+    // DivideTri leaves its line about a point it cannot insert to the caller (CreateTinSpatial).
+    bool m_quietLeftOut = false;
     class CPackedScope {
     public:
         explicit CPackedScope(const double*& packed) : m_packed(packed), m_outer(packed) {}

@@ -108,7 +108,8 @@ int CTin::MakeBoundaryFromCandidates() {
         for (int i = 1; i < n; ++i) {
             const CXYZ& p = pts[i];
             FoldRange(p, lo, hi);
-            const double along[8] = {p.x, p.x + p.y, p.y, p.y - p.x, -p.x, -p.x - p.y, -p.y, p.x - p.y};
+            const double along[8] = {p.x,  p.x + p.y,  p.y,  p.y - p.x,
+                                     -p.x, -p.x - p.y, -p.y, p.x - p.y};
             for (int k = 0; k < 8; ++k)
                 if (along[k] > best[k]) {
                     best[k] = along[k];

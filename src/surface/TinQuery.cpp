@@ -8,8 +8,8 @@
 #include "platform/KelMath.h"
 #include "platform/Trace.h"
 #include "surface/Tin.h"
-#include "surface/TinRay.h"
 #include "surface/TinMesh.h"
+#include "surface/TinRay.h"
 
 using kel_tin::Next;
 
@@ -27,9 +27,9 @@ struct Sum {
 };
 
 // (b - a) x (c - a), and 0 in `scale`. Where that overflows although the corners are finite, or
-// is too large for its length to be squared, it is computed again on the corners divided by 2^scale (exact), so that the true cross
-// product is ldexp(result, 2 * scale) and a finite area stays finite. Ordinary surfaces never
-// take the second path, so their areas keep every bit.
+// is too large for its length to be squared, it is computed again on the corners divided by 2^scale
+// (exact), so that the true cross product is ldexp(result, 2 * scale) and a finite area stays
+// finite. Ordinary surfaces never take the second path, so their areas keep every bit.
 CXYZ EdgeCross(const CXYZ& a, const CXYZ& b, const CXYZ& c, int& scale) {
     scale = 0;
     const CXYZ n = (b - a).Out(c - a);

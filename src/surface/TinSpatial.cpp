@@ -107,7 +107,8 @@ std::uint32_t CellOf(double c, double lo, double scale) {
 
 }  // namespace
 
-void CTin::SpatialOrder(std::vector<int>& from, std::vector<double, kel_pages::Allocator<double>>& packed) const {
+void CTin::SpatialOrder(std::vector<int>& from,
+                        std::vector<double, kel_pages::Allocator<double>>& packed) const {
     const int n = m_point.GetSize();
     const CXYZ* p = m_point.GetData();
     const double x0 = m_range[0].x, x1 = m_range[1].x, y0 = m_range[0].y, y1 = m_range[1].y;
@@ -174,8 +175,10 @@ int CTin::CreateTinSpatial(double angle) {
         SpatialOrder(from, packed);
         {
             std::vector<int> at(static_cast<std::size_t>(n));
-            for (int k = 0; k < n; ++k) at[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
-            for (int h = 0; h < m_hull.GetSize(); ++h) m_hull[h] = at[static_cast<std::size_t>(m_hull[h])];
+            for (int k = 0; k < n; ++k)
+                at[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
+            for (int h = 0; h < m_hull.GetSize(); ++h)
+                m_hull[h] = at[static_cast<std::size_t>(m_hull[h])];
         }
         int left = 0;
         {
@@ -184,9 +187,20 @@ int CTin::CreateTinSpatial(double angle) {
             // Consecutive points lie close together along the curve: each walk starts next to
             // the previous point (only the first point of each round walks far), and no locate
             // grid is needed.
-            if (!MakeTinForConvexHull() || !InsertVertices(false, left)) {
+            // A point left out is written to the trace once it is known whether this build
+            // stands (then here) or starts again in index order (then there).
+            m_quietLeftOut = true;
+            const int inserted = MakeTinForConvexHull() && InsertVertices(false, left);
+            m_quietLeftOut = false;
+            if (!inserted) {
                 InitData();
                 return 0;
+            }
+            int coincident = 0;
+            if (left > 0 && SettleLeftOut(from, packed.data(), coincident)) {
+                for (int i = 0; i < coincident; ++i)
+                    KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
+                left = 0;
             }
         }
         packed = std::vector<double, kel_pages::Allocator<double>>();  // before depth and texture
@@ -197,15 +211,79 @@ int CTin::CreateTinSpatial(double angle) {
         for (int h = 0; h < m_hull.GetSize(); ++h) m_hull[h] = own[m_hull[h]];
         from = std::vector<int>();
         if (left > 0) {
-            // A point was left out: points within m_eps of each other (which AddPoint never
-            // lets in). Built again in index order, where the first of them is kept, as
-            // CreateTin does.
+            // Points were left out that KeepFirstOfCoincident could not settle: built again in
+            // index order, as CreateTin does.
             return CreateTin(angle);
         }
         return FinishTin(angle);
     } catch (const std::bad_alloc&) {
+        m_quietLeftOut = false;
         KEL_TRACE_ALWAYS(L"CTin::CreateTinSpatial CMemoryException");
         InitData();
         return 0;
     }
+}
+
+bool CTin::SettleLeftOut(std::vector<int>& from, double* packed, int& coincident) {
+    coincident = 0;
+    const int n = m_point.GetSize();
+    std::vector<char> used(static_cast<std::size_t>(n), 0);
+    for (int i = 0; i < m_tri.GetSize(); ++i)
+        for (int k = 0; k < 3; ++k) used[static_cast<std::size_t>(m_tri[i].v[k])] = 1;
+    constexpr int kMaxLeft = 64;  // beyond this, building again in index order is cheaper
+    int left = 0;
+    std::vector<int> star;
+    for (int k = 0; k < n; ++k) {
+        if (used[static_cast<std::size_t>(k)]) continue;
+        if (++left > kMaxLeft) return false;
+        const double x = packed[2 * static_cast<std::size_t>(k)];
+        const double y = packed[2 * static_cast<std::size_t>(k) + 1];
+        int status = 0, side = 0;
+        const int found = FindTri(0, x, y, status, side);
+        if (found < 0) return false;
+        // A vertex within m_eps, a corner of the triangle found or of one next to it (a walk
+        // from elsewhere can end in a sliver beside the vertex it met on the way in).
+        int v = -1, t = -1;
+        for (int q = -1; q < 3 && v < 0; ++q) {
+            const int u = q < 0 ? found : m_tri[found].nb[q];
+            for (int c = 0; u >= 0 && c < 3 && v < 0; ++c) {
+                const int w = m_tri[u].v[c];
+                if (std::fabs(x - packed[2 * static_cast<std::size_t>(w)]) <= m_eps &&
+                    std::fabs(y - packed[2 * static_cast<std::size_t>(w) + 1]) <= m_eps) {
+                    v = w;
+                    t = u;
+                }
+            }
+        }
+        if (v < 0) {
+            if (status != 0 && status != 2) return false;
+            // A walk that went astray: the point is inserted now.
+            int count = m_tri.GetSize(), start = found;
+            m_tri.SetSize(count + 2);
+            const int inserted = DivideTri(k, count, start);
+            m_tri.SetSize(count);
+            if (!inserted) return false;
+            continue;
+        }
+        ++coincident;
+        if (from[static_cast<std::size_t>(v)] < from[static_cast<std::size_t>(k)]) continue;
+        // The vertex is the later point: it takes the left-out point's number and position,
+        // where every triangle round it must stay counter-clockwise (negative in FindTri's
+        // measure).
+        StarOf(v, t, star);
+        for (int s : star) {
+            double cx[3], cy[3];
+            for (int c = 0; c < 3; ++c) {
+                const int w = m_tri[s].v[c];
+                cx[c] = w == v ? x : packed[2 * static_cast<std::size_t>(w)];
+                cy[c] = w == v ? y : packed[2 * static_cast<std::size_t>(w) + 1];
+            }
+            if (!((cy[1] - cy[0]) * (cx[2] - cx[0]) - (cx[1] - cx[0]) * (cy[2] - cy[0]) < 0.0))
+                return false;
+        }
+        std::swap(from[static_cast<std::size_t>(v)], from[static_cast<std::size_t>(k)]);
+        packed[2 * static_cast<std::size_t>(v)] = x;
+        packed[2 * static_cast<std::size_t>(v) + 1] = y;
+    }
+    return true;
 }
