@@ -6,17 +6,9 @@
 
 namespace kel_tin {
 
-// The corner or slot after / before i in a triangle's cyclic order, read from a table rather
-// than by a comparison, which the compiler may make a branch that the flips, turning every
-// way, would mispredict.
-inline int Next(int i) {
-    static constexpr int kNext[3] = {1, 2, 0};
-    return kNext[i];
-}
-inline int Prev(int i) {
-    static constexpr int kPrev[3] = {2, 0, 1};
-    return kPrev[i];
-}
+// The corner or slot after / before i in a triangle's cyclic order.
+inline int Next(int i) { return i == 2 ? 0 : i + 1; }
+inline int Prev(int i) { return i == 0 ? 2 : i - 1; }
 
 // Cross measure of point (px, py) against the directed line A -> B: negative on the left,
 // positive on the right.
@@ -24,17 +16,14 @@ inline double CrossOf(const CXYZ& A, const CXYZ& B, double px, double py) {
     return (B.y - A.y) * (px - A.x) - (B.x - A.x) * (py - A.y);
 }
 
-// The slot of links that names `to`, the first of equals; 3 when none does. Computed without a
-// branch: which slot matches is a coin toss for the predictor.
+// The slot of links that names `to`, the first of equals; 3 when none does. Written so that the
+// compiler selects instead of branching: which slot matches is a coin toss for the predictor.
 inline int SlotOf(const std::int32_t* links, int to) {
-    const unsigned match = static_cast<unsigned>(links[0] == to) |
-                           static_cast<unsigned>(links[1] == to) << 1 |
-                           static_cast<unsigned>(links[2] == to) << 2 | 8u;
-#if defined(__GNUC__) || defined(__clang__)
-    return __builtin_ctz(match);
-#else
-    return (match & 1u) ? 0 : (match & 2u) ? 1 : (match & 4u) ? 2 : 3;
-#endif
+    int k = 3;
+    k = links[2] == to ? 2 : k;
+    k = links[1] == to ? 1 : k;
+    k = links[0] == to ? 0 : k;
+    return k;
 }
 
 // Bit `slot` of a triangle's flag word: the edge of that slot is a break-line edge, which no
