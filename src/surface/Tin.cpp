@@ -318,7 +318,8 @@ int CTin::DivideTri(const double& x, const double& y, const double& z) {
         const int nTri = m_tri.GetSize();
         if (nTri < 1) return 0;
         int status = 0, side = 0;
-        const int tri = FindTri(0, x, y, status, side);
+        int tri = FindTri(0, x, y, status, side);
+        if (tri < 0 && status == -2) tri = FindTriOrWander(0, x, y, status, side, true);
         if (tri < 0 || status < 0 || status == 1) {
             KEL_TRACE_ALWAYS(L"CTin::DivideTri tri < 0 || status < 0 || status == 1");
             return 0;

@@ -86,7 +86,8 @@ public:
     // so that the first of them is kept: slower, but the same surface as CreateTin's. 1, or 0
     // as CreateTin.
     int CreateTinSpatial(double angle);
-    // Inserts a new point into a finished mesh. 1, or 0 (coincident vertex, outside, empty).
+    // Inserts a new point into a finished mesh (a walk that circles tries again, as below).
+    // 1, or 0 (coincident vertex, outside, empty).
     int DivideTri(const double& x, const double& y, const double& z);
     // Inserts existing vertex pt; ntri is the running triangle count, tri the start of the
     // walk and receives the triangle that contained the point. A walk that circles (possible

@@ -337,6 +337,43 @@ TEST_F(TinTest, AddTriTopologyAndDelTri) {
     EXPECT_EQ(Lines()[1], "CTin::DelTri triId < 0 || triId >= nTri");
 }
 
+TEST_F(TinTest, AWalkThatCirclesTriesAgainAndThePointIsInserted) {
+    // Flips by hand leave a mesh that is not Delaunay, in which the walk from triangle 0 to
+    // this point goes round in a circle (as a mesh can be where rounding refused a flip).
+    std::mt19937 rng(3071);
+    std::uniform_real_distribution<double> u(0.0, 10.0);
+    CTin tin;
+    for (double c : {0.0, 10.0}) tin.AddPoint(c, 0.0, 0.0), tin.AddPoint(c, 10.0, 0.0);
+    for (int i = 4; i < 12; ++i) {
+        const double x = u(rng), y = u(rng);  // in this order on every platform
+        tin.AddPoint(x, y, 0.0);
+    }
+    ASSERT_EQ(tin.CreateTin(0.0), 1);
+    std::uniform_int_distribution<int> pick(0, tin.GetTriSize() - 1), slot(0, 2);
+    for (int f = 0; f < 40; ++f) {
+        const int t1 = pick(rng), e1 = slot(rng);
+        const int t2 = tin.GetTri(t1).nb[(e1 + 2) % 3];
+        if (t2 < 0) continue;
+        int e2 = 0;
+        while (e2 < 3 && tin.GetTri(t2).nb[e2] != t1) ++e2;
+        if (e2 < 3) tin.SwapTri(t1, e1, t2, e2);
+    }
+    ClearLines();  // the flips it refused
+    const double x = 2.3391852820467713, y = 2.2366124312762885;
+    int status = 0, side = 0;
+    ASSERT_EQ(tin.FindTri(0, x, y, status, side), -1);
+    ASSERT_EQ(status, -2);
+    const int before = tin.GetPointSize();
+    ASSERT_EQ(tin.DivideTri(x, y, 1.0), 1);
+    CheckMesh(tin, false);
+    int found = -1;
+    for (int i = 0; i < tin.GetTriSize(); ++i)
+        for (int k = 0; k < 3; ++k)
+            if (tin.GetTri(i).v[k] == before) found = i;
+    EXPECT_GE(found, 0);
+    EXPECT_TRUE(Lines().empty());
+}
+
 TEST_F(TinTest, QueriesOnAPlane) {
     // z = 0.5 x + 0.25 y + 1 over [0, 8] x [0, 8]: heights are exact binary fractions.
     CTin tin;
