@@ -166,10 +166,10 @@ int CTin::CreateTin(double angle) {
     }
 }
 
-int CTin::FinishTin(double angle) {
+int CTin::FinishTin(double angle, bool rangeKept) {
     if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
-        (angle > 0.0 && !DelTriWithAngle(angle, 1)) || !UpdateTinRange() || !UpdateDepth() ||
-        !UpdateTextureCoord()) {
+        (angle > 0.0 && !DelTriWithAngle(angle, 1)) || (!rangeKept && !UpdateTinRange()) ||
+        !UpdateDepth() || !UpdateTextureCoord()) {
         InitData();
         return 0;
     }

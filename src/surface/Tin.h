@@ -140,7 +140,8 @@ public:
     // MakeBoundaryFromPts on the points that can be on the convex hull only (CreateTinSpatial):
     // those not deep inside the polygon of the points farthest along eight directions. The
     // start hull is the same where no run of nearly collinear points lies on it.
-    int MakeBoundaryFromCandidates();
+    // allFinite (if given) receives whether every coordinate of every point is finite.
+    int MakeBoundaryFromCandidates(bool* allFinite = nullptr);
     int MakeConvexHull();
     int MakeTinForConvexHull();
     int Triangulation();
@@ -317,8 +318,9 @@ private:
     void OptimizeEach(const int* tris, const int* edges, int count);
     static constexpr std::size_t kMaxEach = 4;
     // CreateTin after the triangulation: break lines, the angle filter, range, depth and
-    // texture. 1, or 0 after InitData().
-    int FinishTin(double angle);
+    // texture. 1, or 0 after InitData(). rangeKept: m_range already is the range of the
+    // triangulated vertices, as UpdateTinRange would fold it (the caller made sure).
+    int FinishTin(double angle, bool rangeKept = false);
     // A boundary triangle that DelTriWithAngle removes.
     bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 

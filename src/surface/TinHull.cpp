@@ -92,7 +92,7 @@ int CTin::MakeBoundaryFromPts() {
     }
 }
 
-int CTin::MakeBoundaryFromCandidates() {
+int CTin::MakeBoundaryFromCandidates(bool* allFinite) {
     try {
         const int n = m_point.GetSize();
         if (n < 3) return 0;
@@ -102,12 +102,14 @@ int CTin::MakeBoundaryFromCandidates() {
         // the outline that MakeConvexHull keeps.
         const CXYZ* pts = m_point.GetData();
         CXYZ lo(pts[0].x, pts[0].y, pts[0].z), hi = lo;
+        bool finite = std::isfinite(lo.x) & std::isfinite(lo.y) & std::isfinite(lo.z);
         int ext[8] = {0, 0, 0, 0, 0, 0, 0, 0};
         double best[8] = {pts[0].x,  pts[0].x + pts[0].y,  pts[0].y,  pts[0].y - pts[0].x,
                           -pts[0].x, -pts[0].x - pts[0].y, -pts[0].y, pts[0].x - pts[0].y};
         for (int i = 1; i < n; ++i) {
             const CXYZ& p = pts[i];
             FoldRange(p, lo, hi);
+            finite &= std::isfinite(p.x) & std::isfinite(p.y) & std::isfinite(p.z);
             const double along[8] = {p.x,  p.x + p.y,  p.y,  p.y - p.x,
                                      -p.x, -p.x - p.y, -p.y, p.x - p.y};
             for (int k = 0; k < 8; ++k)
@@ -118,6 +120,7 @@ int CTin::MakeBoundaryFromCandidates() {
         }
         m_range[0] = lo;
         m_range[1] = hi;
+        if (allFinite != nullptr) *allFinite = finite;
         if (!RangeIsWide()) return 0;
         int corner[8], m = 0;
         for (int k = 0; k < 8; ++k)

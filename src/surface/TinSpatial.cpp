@@ -162,7 +162,8 @@ int CTin::CreateTinSpatial(double angle) {
     try {
         ResetCellIndex();  // rebuilt by the next AddPoint; frees its memory meanwhile
         m_tri.RemoveAll();
-        if (!MakeBoundaryFromCandidates() || !MakeConvexHull()) {
+        bool finite = false;
+        if (!MakeBoundaryFromCandidates(&finite) || !MakeConvexHull()) {
             InitData();
             return 0;
         }
@@ -180,7 +181,7 @@ int CTin::CreateTinSpatial(double angle) {
             for (int h = 0; h < m_hull.GetSize(); ++h)
                 m_hull[h] = at[static_cast<std::size_t>(m_hull[h])];
         }
-        int left = 0;
+        int left = 0, coincident = 0;
         {
             CPackedScope scope(m_packedXY);
             scope.Use(packed.data());
@@ -196,7 +197,6 @@ int CTin::CreateTinSpatial(double angle) {
                 InitData();
                 return 0;
             }
-            int coincident = 0;
             if (left > 0 && SettleLeftOut(from, packed.data(), coincident)) {
                 for (int i = 0; i < coincident; ++i)
                     KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
@@ -215,7 +215,15 @@ int CTin::CreateTinSpatial(double angle) {
             // index order, as CreateTin does.
             return CreateTin(angle);
         }
-        return FinishTin(angle);
+        // Every point a vertex: UpdateTinRange would fold the range just made again, to
+        // the same values unless a coordinate is not finite or the range holds a zero (whose
+        // sign depends on the point the fold starts from). Break lines add vertices and the
+        // angle filter may leave points out.
+        const bool rangeKept = finite && coincident == 0 && m_breakLine.GetSize() == 0 &&
+                               !(angle > 0.0) && m_range[0].x != 0.0 && m_range[0].y != 0.0 &&
+                               m_range[0].z != 0.0 && m_range[1].x != 0.0 && m_range[1].y != 0.0 &&
+                               m_range[1].z != 0.0;
+        return FinishTin(angle, rangeKept);
     } catch (const std::bad_alloc&) {
         m_quietLeftOut = false;
         KEL_TRACE_ALWAYS(L"CTin::CreateTinSpatial CMemoryException");

@@ -98,6 +98,10 @@ TEST_F(TinTest, SpatialOrderMakesTheIndexOrderTriangles) {
         EXPECT_EQ(spatial.GetPointSize(), index.GetPointSize());
         EXPECT_EQ(spatial.GetTriSize(), index.GetTriSize());
         EXPECT_TRUE(TriangleSet(spatial) == TriangleSet(index));
+        for (int c = 0; c < 2; ++c)
+            EXPECT_TRUE(spatial.m_range[c].x == index.m_range[c].x &&
+                        spatial.m_range[c].y == index.m_range[c].y &&
+                        spatial.m_range[c].z == index.m_range[c].z);
         // The vertices keep their numbers; the triangles come in another order (no fallback
         // to the index order).
         for (int i = 0; i < tin->GetPointSize(); ++i)
