@@ -99,25 +99,58 @@ int CTin::MakeBoundaryFromCandidates(bool* allFinite) {
         // One pass for the range (as UpdatePtRange folds it) and the points farthest along
         // eight directions, counter-clockwise from east, the first of equals. They span a
         // convex polygon inside the hull; points deeper inside it than `margin` cannot be on
-        // the outline that MakeConvexHull keeps.
+        // the outline that MakeConvexHull keeps. The farthest west point is the one that
+        // lowers the range's x, and so on; along the diagonals, -x - y and x - y are the exact
+        // negations of x + y and y - x, so the least of those gives the farthest the other
+        // way. The loop keeps its few chains short so that the loads of the points stream.
         const CXYZ* pts = m_point.GetData();
         CXYZ lo(pts[0].x, pts[0].y, pts[0].z), hi = lo;
-        bool finite = std::isfinite(lo.x) & std::isfinite(lo.y) & std::isfinite(lo.z);
+        double sumHi = pts[0].x + pts[0].y, sumLo = sumHi;
+        double difHi = pts[0].y - pts[0].x, difLo = difHi;
+        // x * 0 is zero for a finite x and NaN otherwise, so the sum stays zero while every
+        // coordinate is finite.
+        double nonFinite = pts[0].x * 0.0 + pts[0].y * 0.0 + pts[0].z * 0.0;
         int ext[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-        double best[8] = {pts[0].x,  pts[0].x + pts[0].y,  pts[0].y,  pts[0].y - pts[0].x,
-                          -pts[0].x, -pts[0].x - pts[0].y, -pts[0].y, pts[0].x - pts[0].y};
         for (int i = 1; i < n; ++i) {
-            const CXYZ& p = pts[i];
-            FoldRange(p, lo, hi);
-            finite &= std::isfinite(p.x) & std::isfinite(p.y) & std::isfinite(p.z);
-            const double along[8] = {p.x,  p.x + p.y,  p.y,  p.y - p.x,
-                                     -p.x, -p.x - p.y, -p.y, p.x - p.y};
-            for (int k = 0; k < 8; ++k)
-                if (along[k] > best[k]) {
-                    best[k] = along[k];
-                    ext[k] = i;
-                }
+            const double x = pts[i].x, y = pts[i].y, z = pts[i].z;
+            if (x > hi.x) {
+                hi.x = x;
+                ext[0] = i;
+            }
+            if (y > hi.y) {
+                hi.y = y;
+                ext[2] = i;
+            }
+            if (x < lo.x) {
+                lo.x = x;
+                ext[4] = i;
+            }
+            if (y < lo.y) {
+                lo.y = y;
+                ext[6] = i;
+            }
+            lo.z = z < lo.z ? z : lo.z;
+            hi.z = z > hi.z ? z : hi.z;
+            const double sum = x + y, dif = y - x;
+            if (sum > sumHi) {
+                sumHi = sum;
+                ext[1] = i;
+            }
+            if (dif > difHi) {
+                difHi = dif;
+                ext[3] = i;
+            }
+            if (sum < sumLo) {
+                sumLo = sum;
+                ext[5] = i;
+            }
+            if (dif < difLo) {
+                difLo = dif;
+                ext[7] = i;
+            }
+            nonFinite += x * 0.0 + y * 0.0 + z * 0.0;
         }
+        const bool finite = nonFinite == 0.0;
         m_range[0] = lo;
         m_range[1] = hi;
         if (allFinite != nullptr) *allFinite = finite;
@@ -148,10 +181,15 @@ int CTin::MakeBoundaryFromCandidates(bool* allFinite) {
             for (int i = 0; i < n; ++i) order[i] = i;
             return OutlineOf(order);
         }
+        // Read ahead: at one cache line a point the test alone would wait on every load.
+        constexpr int kAhead = 16;
         for (int i = 0; i < n; ++i) {
-            const CXYZ& p = pts[i];
-            bool deep = true;
-            for (int k = 0; k < 8; ++k) deep &= a[k] * p.x + b[k] * p.y < c[k];
+            if (i + kAhead < n) Prefetch(pts + i + kAhead);
+            const double x = pts[i].x, y = pts[i].y;
+            const bool deep = (a[0] * x + b[0] * y < c[0]) & (a[1] * x + b[1] * y < c[1]) &
+                              (a[2] * x + b[2] * y < c[2]) & (a[3] * x + b[3] * y < c[3]) &
+                              (a[4] * x + b[4] * y < c[4]) & (a[5] * x + b[5] * y < c[5]) &
+                              (a[6] * x + b[6] * y < c[6]) & (a[7] * x + b[7] * y < c[7]);
             if (!deep) order.Add(i);
         }
         return OutlineOf(order);

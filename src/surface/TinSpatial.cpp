@@ -121,11 +121,21 @@ void CTin::SpatialOrder(std::vector<int>& from,
     // index order.
     using Keys = std::vector<std::uint64_t, kel_pages::Allocator<std::uint64_t>>;
     Keys key(static_cast<std::size_t>(n)), spare(static_cast<std::size_t>(n));
+    // The cells first, in a pass of their own: fused with the curve's dependent table steps,
+    // the loads of the points stop streaming and the pass takes several times longer.
+    constexpr int kAhead = 16;  // points read ahead, at a cache line each
+    for (int i = 0; i < n; ++i) {
+        if (i + kAhead < n) kel_tin::Prefetch(p + i + kAhead);
+        key[static_cast<std::size_t>(i)] =
+            static_cast<std::uint64_t>(CellOf(p[i].x, x0, sx)) << 32 | CellOf(p[i].y, y0, sy);
+    }
     for (int i = 0; i < n; ++i) {
         // Half of the points go to the last round, a quarter to the one before, and so on.
         const int level = std::min(TrailingZeros(Mix(static_cast<std::uint64_t>(i))), rounds);
         const std::uint64_t round = static_cast<std::uint64_t>(rounds - level);
-        const std::uint64_t curve = HilbertKey(CellOf(p[i].x, x0, sx), CellOf(p[i].y, y0, sy));
+        const std::uint64_t cell = key[static_cast<std::size_t>(i)];
+        const std::uint64_t curve = HilbertKey(static_cast<std::uint32_t>(cell >> 32),
+                                               static_cast<std::uint32_t>(cell & 0xFFFFFFFFu));
         key[static_cast<std::size_t>(i)] =
             (round << 59) | (curve << 32) | static_cast<std::uint32_t>(i);
     }
@@ -146,7 +156,6 @@ void CTin::SpatialOrder(std::vector<int>& from,
     key = Keys();
     // The plan coordinates in insertion order, gathered reading ahead of the scattered points.
     packed.resize(2 * static_cast<std::size_t>(n));
-    constexpr int kAhead = 8;
     for (int k = 0; k < n; ++k) {
         if (k + kAhead < n) kel_tin::Prefetch(p + from[static_cast<std::size_t>(k + kAhead)]);
         const CXYZ& src = p[from[static_cast<std::size_t>(k)]];
