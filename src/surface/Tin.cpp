@@ -145,6 +145,8 @@ void CTin::SetEPS(double eps) {
 
 int CTin::CreateTin(double angle) {
     DropRayIndex();
+    // The packed coordinates' block, once freed, holds the depth and texture arrays.
+    const kel_pages::CReuseScope reuse;
     try {
         if (m_point.GetSize() < 3) {
             KEL_TRACE_ALWAYS(L"CTin::CreateTin nPt < 3");

@@ -16,6 +16,7 @@
 #include "platform/Alloc.h"
 #include "platform/Export.h"
 #include "platform/KelString.h"
+#include "platform/PageBlock.h"
 
 class CFile;
 class CTinRayIndex;
@@ -287,11 +288,11 @@ private:
     void StarOf(int u, int t0, std::vector<int>& star) const;
     int FixEdge(int u, int v, int tri);
     int ForceSegment(int s, int& tri);
-    // CreateTinSpatial's insertion order: from[k] is the point inserted k-th, packed holds
-    // x, y of point from[k] at 2k, 2k + 1. The curve spans m_range (brought up to date by
-    // the caller). Throws std::bad_alloc.
-    void SpatialOrder(std::vector<int>& from,
-                      std::vector<double, kel_pages::Allocator<double>>& packed) const;
+    // CreateTinSpatial's insertion order: from[k] is the point inserted k-th; the returned
+    // array (in block) holds x, y of point from[k] at 2k, 2k + 1, and m_hull is renumbered
+    // to insertion order. The curve spans m_range (brought up to date by the caller). Throws
+    // std::bad_alloc.
+    double* SpatialOrder(std::vector<int>& from, kel_pages::CBlock& block);
     // Triangulation, each walk starting from the locate grid or (grid false) next to the
     // previous point; left receives the count of vertices left out (one DivideTri line each).
     int InsertVertices(bool grid, int& left);

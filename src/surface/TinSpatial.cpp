@@ -107,9 +107,9 @@ std::uint32_t CellOf(double c, double lo, double scale) {
 
 }  // namespace
 
-void CTin::SpatialOrder(std::vector<int>& from,
-                        std::vector<double, kel_pages::Allocator<double>>& packed) const {
+double* CTin::SpatialOrder(std::vector<int>& from, kel_pages::CBlock& block) {
     const int n = m_point.GetSize();
+    const std::size_t count = static_cast<std::size_t>(n);
     const CXYZ* p = m_point.GetData();
     const double x0 = m_range[0].x, x1 = m_range[1].x, y0 = m_range[0].y, y1 = m_range[1].y;
     const double cells = static_cast<double>(1u << kCurveBits);
@@ -118,56 +118,68 @@ void CTin::SpatialOrder(std::vector<int>& from,
     while (rounds < 30 && (n >> (rounds + 1)) >= kFirstRound) ++rounds;
     // Key: round (5 bits) and curve position (2 kCurveBits bits) above the index (32 bits).
     // A stable radix sort on the upper half lists the points in insertion order, ties in
-    // index order.
-    using Keys = std::vector<std::uint64_t, kel_pages::Allocator<std::uint64_t>>;
-    Keys key(static_cast<std::size_t>(n)), spare(static_cast<std::size_t>(n));
+    // index order. Fresh memory costs page faults, which on some machines cost more than the
+    // sort: the block that will hold the packed coordinates is the sort's second buffer, and
+    // the keys' array ends as the table from point to insertion position.
+    block = kel_pages::CBlock(2 * count * sizeof(double));
+    std::vector<std::uint64_t, kel_pages::Allocator<std::uint64_t>> keys(count);
+    std::uint64_t* key = keys.data();
+    std::uint64_t* spare = block.As<std::uint64_t>(count);
     // The cells first, in a pass of their own: fused with the curve's dependent table steps,
     // the loads of the points stop streaming and the pass takes several times longer.
     constexpr int kAhead = 16;  // points read ahead, at a cache line each
     for (int i = 0; i < n; ++i) {
         if (i + kAhead < n) kel_tin::Prefetch(p + i + kAhead);
-        key[static_cast<std::size_t>(i)] =
-            static_cast<std::uint64_t>(CellOf(p[i].x, x0, sx)) << 32 | CellOf(p[i].y, y0, sy);
+        key[i] = static_cast<std::uint64_t>(CellOf(p[i].x, x0, sx)) << 32 | CellOf(p[i].y, y0, sy);
     }
     for (int i = 0; i < n; ++i) {
         // Half of the points go to the last round, a quarter to the one before, and so on.
         const int level = std::min(TrailingZeros(Mix(static_cast<std::uint64_t>(i))), rounds);
         const std::uint64_t round = static_cast<std::uint64_t>(rounds - level);
-        const std::uint64_t cell = key[static_cast<std::size_t>(i)];
+        const std::uint64_t cell = key[i];
         const std::uint64_t curve = HilbertKey(static_cast<std::uint32_t>(cell >> 32),
                                                static_cast<std::uint32_t>(cell & 0xFFFFFFFFu));
-        key[static_cast<std::size_t>(i)] =
-            (round << 59) | (curve << 32) | static_cast<std::uint32_t>(i);
+        key[i] = (round << 59) | (curve << 32) | static_cast<std::uint32_t>(i);
     }
     constexpr int kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t(1) << kDigitBits;
     for (int shift = 32; shift < 64; shift += kDigitBits) {
-        std::size_t count[kDigits + 1] = {};
-        for (std::uint64_t k : key) ++count[((k >> shift) & (kDigits - 1)) + 1];
-        for (std::size_t d = 0; d < kDigits; ++d) count[d + 1] += count[d];
-        for (std::uint64_t k : key) spare[count[(k >> shift) & (kDigits - 1)]++] = k;
-        key.swap(spare);
+        std::size_t at[kDigits + 1] = {};
+        for (std::size_t i = 0; i < count; ++i) ++at[((key[i] >> shift) & (kDigits - 1)) + 1];
+        for (std::size_t d = 0; d < kDigits; ++d) at[d + 1] += at[d];
+        for (std::size_t i = 0; i < count; ++i)
+            spare[at[(key[i] >> shift) & (kDigits - 1)]++] = key[i];
+        std::swap(key, spare);
     }
-    spare = Keys();
-    from.resize(static_cast<std::size_t>(n));
-    for (int k = 0; k < n; ++k)
-        from[static_cast<std::size_t>(k)] =
-            static_cast<int>(key[static_cast<std::size_t>(k)] & 0xFFFFFFFFu);
-    key = Keys();
-    // The plan coordinates in insertion order, gathered reading ahead of the scattered points.
-    packed.resize(2 * static_cast<std::size_t>(n));
-    for (int k = 0; k < n; ++k) {
-        if (k + kAhead < n) kel_tin::Prefetch(p + from[static_cast<std::size_t>(k + kAhead)]);
-        const CXYZ& src = p[from[static_cast<std::size_t>(k)]];
-        packed[2 * static_cast<std::size_t>(k)] = src.x;
-        packed[2 * static_cast<std::size_t>(k) + 1] = src.y;
+    // key: the sorted keys, in one of the two buffers; spare, the other, becomes the position
+    // of each point in insertion order.
+    from.resize(count);
+    for (std::size_t k = 0; k < count; ++k) {
+        const std::uint32_t i = static_cast<std::uint32_t>(key[k] & 0xFFFFFFFFu);
+        from[k] = static_cast<int>(i);
+        spare[i] = k;
     }
+    for (int h = 0; h < m_hull.GetSize(); ++h)
+        m_hull[h] = static_cast<int>(spare[static_cast<std::size_t>(m_hull[h])]);
+    keys = std::vector<std::uint64_t, kel_pages::Allocator<std::uint64_t>>();
+    // The plan coordinates in insertion order, gathered reading ahead of the scattered points,
+    // over whatever of the sort the block still holds.
+    double* packed = block.As<double>(2 * count);
+    for (std::size_t k = 0; k < count; ++k) {
+        if (k + kAhead < count) kel_tin::Prefetch(p + from[k + kAhead]);
+        const CXYZ& src = p[from[k]];
+        packed[2 * k] = src.x;
+        packed[2 * k + 1] = src.y;
+    }
+    return packed;
 }
 
 int CTin::CreateTinSpatial(double angle) {
     const int n = m_point.GetSize();
     if (n < 3) return CreateTin(angle);  // CreateTin traces and empties
     DropRayIndex();
+    // The sort's keys and the packed coordinates, once freed, serve later arrays of the build.
+    const kel_pages::CReuseScope reuse;
     try {
         ResetCellIndex();  // rebuilt by the next AddPoint; frees its memory meanwhile
         m_tri.RemoveAll();
@@ -181,19 +193,12 @@ int CTin::CreateTinSpatial(double angle) {
         // the vertices a walk or a flip meets lie close together in memory. The triangles and
         // the hull get the points' own numbers back at the end.
         std::vector<int> from;
-        std::vector<double, kel_pages::Allocator<double>> packed;
-        SpatialOrder(from, packed);
-        {
-            std::vector<int> at(static_cast<std::size_t>(n));
-            for (int k = 0; k < n; ++k)
-                at[static_cast<std::size_t>(from[static_cast<std::size_t>(k)])] = k;
-            for (int h = 0; h < m_hull.GetSize(); ++h)
-                m_hull[h] = at[static_cast<std::size_t>(m_hull[h])];
-        }
+        kel_pages::CBlock block;
+        double* const packed = SpatialOrder(from, block);
         int left = 0, coincident = 0;
         {
             CPackedScope scope(m_packedXY);
-            scope.Use(packed.data());
+            scope.Use(packed);
             // Consecutive points lie close together along the curve: each walk starts next to
             // the previous point (only the first point of each round walks far), and no locate
             // grid is needed.
@@ -206,13 +211,13 @@ int CTin::CreateTinSpatial(double angle) {
                 InitData();
                 return 0;
             }
-            if (left > 0 && SettleLeftOut(from, packed.data(), coincident)) {
+            if (left > 0 && SettleLeftOut(from, packed, coincident)) {
                 for (int i = 0; i < coincident; ++i)
                     KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
                 left = 0;
             }
         }
-        packed = std::vector<double, kel_pages::Allocator<double>>();  // before depth and texture
+        block = kel_pages::CBlock();  // before depth and texture
         const int* own = from.data();
         CTri* tri = m_tri.GetData();
         for (int i = 0; i < m_tri.GetSize(); ++i)
