@@ -217,7 +217,7 @@ public:
         return *this;
     }
     // The block as count objects of T, whose lifetime begins here (ending that of what the
-    // block held before; their values are what the bytes were). Null when they do not fit.
+    // block held before); write them before reading them. Null when they do not fit.
     template <class T>
     T* As(std::size_t count) {
         static_assert(std::is_trivial<T>::value, "the block holds trivial types only");
