@@ -171,7 +171,7 @@ int CTin::CreateTin(double angle) {
 int CTin::FinishTin(double angle, bool rangeKept) {
     if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
         (angle > 0.0 && !DelTriWithAngle(angle, 1)) || (!rangeKept && !UpdateTinRange()) ||
-        !UpdateDepth() || !UpdateTextureCoord()) {
+        !UpdatePerVertex(true, true)) {
         InitData();
         return 0;
     }
