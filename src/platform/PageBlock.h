@@ -226,7 +226,6 @@ public:
         for (std::size_t i = 0; i < count; ++i) new (first + i) T;  // no code for trivial T
         return first;
     }
-    std::size_t Bytes() const { return m_bytes; }
 
 private:
     void Release() {

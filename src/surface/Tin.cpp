@@ -503,19 +503,18 @@ inline std::int32_t MoveBit(std::int32_t flag, int from, int to) {
     return ((flag >> from) & 1) << to;
 }
 
-// Redirects the link of triangle q that named `from` to `to` (q may be -1).
-inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
-    if (q < 0) return;
-    std::int32_t* links = tri[q].nb;
-    const int k = SlotOf(links, from);
-    if (k < 3) links[k] = to;
-}
-// The same on the triangles' block, q known to be a triangle or -1.
+// Redirects the link of triangle q that named `from` to `to` (q a triangle of the block, or
+// -1).
 inline void RelinkIn(CTin::CTri* tri, int q, int from, int to) {
     if (q < 0) return;
     std::int32_t* links = tri[q].nb;
     const int k = SlotOf(links, from);
     if (k < 3) links[k] = to;
+}
+// The same, q checked against the array first (its fatal index error for a broken link).
+inline void Relink(kel_templ::CKelArray<CTin::CTri, CTin::CTri&>& tri, int q, int from, int to) {
+    if (q >= 0) (void)tri[q];
+    RelinkIn(tri.GetData(), q, from, to);
 }
 
 // SwapTri's flip once CheckSwapTri has allowed it: the diagonal a - b shared by t1 = (a, p, b)

@@ -54,16 +54,6 @@ bool SortKeys(double* key, int* index, int n) {
     }
     return true;
 }
-
-// Widens [lo, hi] to hold p (a NaN coordinate changes nothing; the first of equals stays).
-inline void FoldRange(const CXYZ& p, CXYZ& lo, CXYZ& hi) {
-    if (p.x < lo.x) lo.x = p.x;
-    if (p.y < lo.y) lo.y = p.y;
-    if (p.z < lo.z) lo.z = p.z;
-    if (p.x > hi.x) hi.x = p.x;
-    if (p.y > hi.y) hi.y = p.y;
-    if (p.z > hi.z) hi.z = p.z;
-}
 }  // namespace
 
 int CTin::UpdatePtRange() {
@@ -72,7 +62,12 @@ int CTin::UpdatePtRange() {
     CXYZ lo(m_point[0].x, m_point[0].y, m_point[0].z), hi = lo;
     for (int i = 1; i < n; ++i) {
         const CXYZ& p = m_point[i];
-        FoldRange(p, lo, hi);
+        if (p.x < lo.x) lo.x = p.x;
+        if (p.y < lo.y) lo.y = p.y;
+        if (p.z < lo.z) lo.z = p.z;
+        if (p.x > hi.x) hi.x = p.x;
+        if (p.y > hi.y) hi.y = p.y;
+        if (p.z > hi.z) hi.z = p.z;
     }
     m_range[0] = lo;
     m_range[1] = hi;

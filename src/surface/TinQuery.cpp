@@ -103,7 +103,6 @@ int CTin::UpdatePerVertex(bool depth, bool texture) {
             v.SetSize(n);
         }
     } catch (const std::bad_alloc&) {
-        if (depth) m_depth = std::move(d);  // as the two steps one after the other leave it
         KEL_TRACE_ALWAYS(L"CTin::UpdateTextureCoord CMemoryException");
         return 0;
     }

@@ -225,7 +225,7 @@ int CTin::CreateTinSpatial(double angle) {
         for (int h = 0; h < m_hull.GetSize(); ++h) m_hull[h] = own[m_hull[h]];
         from = std::vector<int>();
         if (left > 0) {
-            // Points were left out that KeepFirstOfCoincident could not settle: built again in
+            // Points were left out that SettleLeftOut could not settle: built again in
             // index order, as CreateTin does.
             return CreateTin(angle);
         }
