@@ -16,23 +16,9 @@ using kel_text::CKelStringT;
 
 namespace {
 
-const double kValues[] = {0.0,
-                          -0.0,
-                          1.5,
-                          -2.25,
-                          1e-7,
-                          123456.789,
-                          0.1,
-                          9.99995,
-                          1e300,
-                          5e-324,
-                          -1e-310,
-                          0.5,
-                          2.5,
-                          1e15,
-                          std::nan(""),
-                          std::numeric_limits<double>::infinity(),
-                          -std::numeric_limits<double>::infinity()};
+const double kInf = std::numeric_limits<double>::infinity();
+const double kValues[] = {0.0,    -0.0,    1.5, -2.25, 1e-7, 123456.789,   0.1,  9.99995, 1e300,
+                          5e-324, -1e-310, 0.5, 2.5,   1e15, std::nan(""), kInf, -kInf};
 const char* const kFloatForms[] = {
     "%f",    "%.0f",    "%#.0f", "%12.3f", "%-12.3f|", "%+f",      "% f",      "%012.3f",
     "%F",    "%e",      "%.3E",  "%.0e",   "%#.0e",    "%10.2e",   "%+012.4e", "%g",

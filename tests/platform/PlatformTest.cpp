@@ -105,23 +105,18 @@ TEST_F(Platform, TraceAndMessageSinksReceiveExactLines) {
     KEL_TRACE_ALWAYS(L"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
     LOGMESSAGE(2, L"************scaleDenom=%d", 4);
     KEL_TRACE_ALWAYS(L"%s %S", L"a", "b");
-    ASSERT_EQ(Lines().size(), 3u);
-    EXPECT_EQ(Lines()[0], "CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1");
-    EXPECT_EQ(Lines()[1], "************scaleDenom=4");
-    EXPECT_EQ(Lines()[2], "a b");
+    EXPECT_EQ(Lines(),
+              (std::vector<std::string>{"CTin::DivideTri it < 0 ||\tstatus < 0 || status == 1",
+                                        "************scaleDenom=4", "a b"}));
     MBPARAMS params;
     MessagePopup(nullptr, L"", L"CCalcXYZHV::XYZToHV", 64, params);
-    ASSERT_EQ(Messages().size(), 1u);
-    EXPECT_EQ(Messages()[0], "CCalcXYZHV::XYZToHV||64");
+    EXPECT_EQ(Messages(), std::vector<std::string>{"CCalcXYZHV::XYZToHV||64"});
 }
 
 TEST(KelMath, ModDeg360ReducesIntoHalfOpenRange) {
-    EXPECT_EQ(ModDeg360(360.0, true), 0.0);
-    EXPECT_EQ(ModDeg360(-90.0, true), 270.0);
-    EXPECT_EQ(ModDeg360(-360.0, true), 0.0);
-    EXPECT_EQ(ModDeg360(725.5, true), 5.5);
-    EXPECT_EQ(ModDeg360(-1e-20, true), 0.0);  // 360 - tiny rounds to 360, which is folded to 0
-    EXPECT_EQ(ModDeg360(0.0, true), 0.0);
+    // -1e-20: 360 - tiny rounds to 360, which is folded to 0.
+    const double cases[][2] = {{360, 0}, {-90, 270}, {-360, 0}, {725.5, 5.5}, {-1e-20, 0}, {0, 0}};
+    for (const auto& c : cases) EXPECT_EQ(ModDeg360(c[0], true), c[1]) << c[0];
     EXPECT_DOUBLE_EQ(atan3(1.0, 1.0), kel_math::kPi / 4);
     EXPECT_DOUBLE_EQ(atan3(1.0, -1.0), -kel_math::kPi / 4);  // no quadrant
     EXPECT_DOUBLE_EQ(atan3(2.0, 0.0), kel_math::kPi / 2);
@@ -393,9 +388,9 @@ TEST_F(Platform, RunTimeLoadingFindsModulesOnThePluginPath) {
     EXPECT_EQ(GetLibraryFunction(L"NO_SUCH_LIB.dll", "f", &none), nullptr);
     EXPECT_EQ(none, nullptr);
     unsetenv("KELSCAN_PLUGIN_PATH");
-    ASSERT_EQ(Lines().size(), 2u);
-    EXPECT_EQ(Lines()[0], "GetLibraryFunction entry point not found: Missing");
-    EXPECT_EQ(Lines()[1], "GetLibraryFunction module not found: NO_SUCH_LIB.dll");
+    EXPECT_EQ(Lines(),
+              (std::vector<std::string>{"GetLibraryFunction entry point not found: Missing",
+                                        "GetLibraryFunction module not found: NO_SUCH_LIB.dll"}));
 }
 
 struct Counted {

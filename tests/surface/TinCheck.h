@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <initializer_list>
 #include <set>
 #include <utility>
 #include <vector>
@@ -11,6 +13,23 @@
 #include "surface/Tin.h"
 
 namespace tin_test {
+
+// Appends points given as {x, y, z} (z 0 where left out).
+inline void AddPoints(CTin& tin, std::initializer_list<std::array<double, 3>> pts) {
+    for (const auto& p : pts) tin.AddPoint(p[0], p[1], p[2]);
+}
+
+// The triangles as vertex triples, each rotated to start at its lowest vertex, sorted.
+inline std::vector<std::array<int, 3>> Triangles(const CTin& tin) {
+    std::vector<std::array<int, 3>> t;
+    for (int i = 0; i < tin.GetTriSize(); ++i) {
+        std::array<int, 3> a{tin.GetTri(i).v[0], tin.GetTri(i).v[1], tin.GetTri(i).v[2]};
+        std::rotate(a.begin(), std::min_element(a.begin(), a.end()), a.end());
+        t.push_back(a);
+    }
+    std::sort(t.begin(), t.end());
+    return t;
+}
 
 inline double Orient(const CXYZ& a, const CXYZ& b, const CXYZ& c) {
     return (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);

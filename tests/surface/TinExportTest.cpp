@@ -28,11 +28,10 @@ protected:
         tin.BeginAddPoint(nx * ny + 1);
         for (int j = 0; j < ny; ++j)
             for (int i = 0; i < nx; ++i) {
-                const bool inX = i > 0 && i<nx - 1, inY = j> 0 && j < ny - 1;
-                const double x =
-                    512300.0 + 4.0 * i + (inX ? 0.37 * ((i * 7 + j * 3) % 5 - 2) : 0.0);
-                const double y = 5401200.0 + 3.0 * j + (inY ? 0.29 * ((i * 5 + j) % 3 - 1) : 0.0);
-                tin.AddPoint2(x, y, 412.25 + 0.5 * std::sin(0.3 * i) + 0.125 * j);
+                const double dx = i > 0 && i < nx - 1 ? 0.37 * ((i * 7 + j * 3) % 5 - 2) : 0.0;
+                const double dy = j > 0 && j < ny - 1 ? 0.29 * ((i * 5 + j) % 3 - 1) : 0.0;
+                tin.AddPoint2(512300.0 + 4.0 * i + dx, 5401200.0 + 3.0 * j + dy,
+                              412.25 + 0.5 * std::sin(0.3 * i) + 0.125 * j);
             }
         tin.AddPoint2(512300.0, 5401200.0, 999.0);
         tin.EndAddPoint();
@@ -93,13 +92,7 @@ TEST_F(TinExportTest, LandXmlFollowsTheSchemaAndCarriesTheMesh) {
     const CTin tin = Surface();
     const std::set<int> used = Used(tin);
     ASSERT_EQ(static_cast<int>(used.size()), tin.GetPointSize() - 1);  // the duplicate is out
-    SYSTEMTIME when{};
-    when.wYear = 2024;
-    when.wMonth = 3;
-    when.wDay = 7;
-    when.wHour = 9;
-    when.wMinute = 5;
-    when.wSecond = 41;
+    const SYSTEMTIME when{2024, 3, 0, 7, 9, 5, 41, 0};
     std::ostringstream out;
     ASSERT_EQ(WriteTinLandXml(tin, out, "Pit & \"A\" <1>", when), 1);
 

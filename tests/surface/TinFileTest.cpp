@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "TinCheck.h"
 #include "common/KelTest.h"
 #include "surface/Tin.h"
 
@@ -17,27 +18,21 @@ namespace {
 class TinFileTest : public kel_test::KelFixture {};
 
 // Little-endian field appenders written independently of the library's byte helpers.
-void I32(std::string& s, std::int32_t v) {
-    const auto u = static_cast<std::uint32_t>(v);
-    for (int k = 0; k < 4; ++k) s += static_cast<char>((u >> (8 * k)) & 0xFF);
+template <class U, class T>
+void Le(std::string& s, T v) {
+    static_assert(sizeof(U) == sizeof(T), "same size");
+    U u;
+    std::memcpy(&u, &v, sizeof u);
+    for (std::size_t k = 0; k < sizeof u; ++k) s += static_cast<char>((u >> (8 * k)) & 0xFF);
 }
-void F64(std::string& s, double v) {
-    std::uint64_t u;
-    std::memcpy(&u, &v, 8);
-    for (int k = 0; k < 8; ++k) s += static_cast<char>((u >> (8 * k)) & 0xFF);
-}
-void F32(std::string& s, float v) {
-    std::uint32_t u;
-    std::memcpy(&u, &v, 4);
-    for (int k = 0; k < 4; ++k) s += static_cast<char>((u >> (8 * k)) & 0xFF);
-}
+void I32(std::string& s, std::int32_t v) { Le<std::uint32_t>(s, v); }
+void F64(std::string& s, double v) { Le<std::uint64_t>(s, v); }
+void F32(std::string& s, float v) { Le<std::uint32_t>(s, v); }
 
 // One triangle over (0,0,1), (2,0,2), (0,2,3); hull 0, 1, 2.
 CTin Small(const wchar_t* name) {
     CTin tin;
-    tin.AddPoint(0, 0, 1);
-    tin.AddPoint(2, 0, 2);
-    tin.AddPoint(0, 2, 3);
+    tin_test::AddPoints(tin, {{0, 0, 1}, {2, 0, 2}, {0, 2, 3}});
     EXPECT_EQ(tin.CreateTin(0.0), 1);
     tin.SetName(name);
     return tin;
@@ -50,29 +45,36 @@ std::string SmallMesh() {
     const double xyz[3][3] = {{0, 0, 1}, {2, 0, 2}, {0, 2, 3}};
     for (const auto& p : xyz)
         for (double c : p) F64(s, c);
-    I32(s, 1);  // nTri
+    I32(s, 1);                                      // nTri
     for (int v : {0, 1, 2, -1, -1, -1}) I32(s, v);  // v[0..2], nb[0..2]
-    I32(s, 3);  // hull
+    I32(s, 3);                                      // hull
     for (int v : {0, 1, 2}) I32(s, v);
     return s;
 }
 
-std::string Magic(const char* m) {
-    std::string s(m);
-    s.resize(32, '\0');
+// Text padded with zeros: a 32-byte magic, a 256-byte name.
+std::string Padded(const char* text, std::size_t size) {
+    std::string s(text);
+    s.resize(size, '\0');
     return s;
 }
+std::string Magic(const char* m) { return Padded(m, 32); }
+std::string Name(const char* n) { return Padded(n, 256); }
 
-std::string Name(const std::string& bytes) {
-    std::string s = bytes;
-    s.resize(256, '\0');
-    return s;
+// Small() as a version 0 file: the mesh and a reserved tail of 24 zeros.
+std::string SmallV0() { return SmallMesh() + std::string(24, '\0'); }
+
+// Small() as a version 1 record: name, a 7 and the version 0 bytes.
+std::string SmallV1(const char* name) {
+    std::string s = Name(name);
+    I32(s, 7);
+    return s + SmallV0();
 }
 
 TEST_F(TinFileTest, GoldenBytesOfEveryVersion) {
     CTin tin = Small(L"Surf");
     ASSERT_EQ(tin.WriteBIN_VER0(L"\\v0.tin"), 1);
-    EXPECT_EQ(ReadFileBytes(HostPath("v0.tin")), SmallMesh() + std::string(24, '\0'));
+    EXPECT_EQ(ReadFileBytes(HostPath("v0.tin")), SmallV0());
 
     TinArray tins;
     tins.Add(tin);
@@ -81,11 +83,7 @@ TEST_F(TinFileTest, GoldenBytesOfEveryVersion) {
     ASSERT_EQ(CTin::WriteBIN_VER1(L"\\v1.tin", tins), 1);
     std::string want = Magic("TIN_1.00");
     I32(want, 2);
-    for (const char* name : {"S", ""}) {
-        want += Name(name);
-        I32(want, 7);
-        want += SmallMesh() + std::string(24, '\0');
-    }
+    want += SmallV1("S") + SmallV1("");
     EXPECT_EQ(ReadFileBytes(HostPath("v1.tin")), want);
 
     tins.RemoveAll();
@@ -155,9 +153,7 @@ TEST_F(TinFileTest, ShortAndOddFiles) {
     // Cut anywhere inside a record: 0 and no line.
     std::string whole = Magic("TIN_1.00");
     I32(whole, 1);
-    whole += Name("S");
-    I32(whole, 7);
-    whole += SmallMesh() + std::string(24, '\0');
+    whole += SmallV1("S");
     for (std::size_t cut : {std::size_t(40), std::size_t(300), whole.size() - 1}) {
         WriteFileBytes(HostPath("cut.tin"), whole.substr(0, cut));
         EXPECT_EQ(CTin::ReadBIN_VER1(L"\\cut.tin", tins), 0) << cut;
@@ -175,12 +171,13 @@ TEST_F(TinFileTest, ShortAndOddFiles) {
     EXPECT_EQ(one.ReadBIN_VER0(L"\\v0.tin"), 0);
     EXPECT_TRUE(Lines().empty());
 
-    for (auto read : {&CTin::ReadBIN_VER1, &CTin::ReadBIN_VER2}) EXPECT_EQ(read(L"\\none.tin", tins), 0);
+    for (auto read : {&CTin::ReadBIN_VER1, &CTin::ReadBIN_VER2})
+        EXPECT_EQ(read(L"\\none.tin", tins), 0);
     EXPECT_EQ(one.ReadBIN_VER0(L"\\none.tin"), 0);
-    ASSERT_EQ(Lines().size(), 3u);
-    EXPECT_EQ(Lines()[0], "CTin::ReadBIN_VER1 FALSE == file.Open( fname,CFile::modeRead)");
-    EXPECT_EQ(Lines()[1], "CTin::ReadBIN_VER2 FALSE == file.Open( fname,CFile::modeRead)");
-    EXPECT_EQ(Lines()[2], "CTin::ReadBIN_VER0 FALSE == file.Open( fname,CFile::modeRead)");
+    EXPECT_EQ(Lines(), (std::vector<std::string>{
+                           "CTin::ReadBIN_VER1 FALSE == file.Open( fname,CFile::modeRead)",
+                           "CTin::ReadBIN_VER2 FALSE == file.Open( fname,CFile::modeRead)",
+                           "CTin::ReadBIN_VER0 FALSE == file.Open( fname,CFile::modeRead)"}));
     EXPECT_EQ(one.WriteBIN_VER0(L"\\no\\such\\folder.tin"), 0);
 
     // A negative count of surfaces, and vertices that are not finite, are refused with a line.
@@ -190,7 +187,7 @@ TEST_F(TinFileTest, ShortAndOddFiles) {
     WriteFileBytes(HostPath("negative.tin"), negative);
     EXPECT_EQ(CTin::ReadBIN_VER2(L"\\negative.tin", tins), 0);
     for (double bad : {std::nan(""), -HUGE_VAL}) {
-        std::string v0 = SmallMesh() + std::string(24, '\0');
+        std::string v0 = SmallV0();
         std::memcpy(&v0[4 + 8 + 8 * 3], &bad, 8);  // y of vertex 1
         WriteFileBytes(HostPath("nan.tin"), v0);
         EXPECT_EQ(one.ReadBIN_VER0(L"\\nan.tin"), 0);

@@ -2,7 +2,6 @@
 // implementations: the grid-started walk against the walk from the previous triangle, the
 // start hull against the array-removal passes, AddPoint against the linear first match.
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -14,6 +13,7 @@
 #include "surface/Tin.h"
 
 using tin_test::CheckMesh;
+using tin_test::Triangles;
 
 namespace {
 
@@ -39,18 +39,6 @@ void ExpectSameMesh(const CTin& a, const CTin& b) {
             ASSERT_EQ(a.GetTri(i).v[k], b.GetTri(i).v[k]) << "triangle " << i;
             ASSERT_EQ(a.GetTri(i).nb[k], b.GetTri(i).nb[k]) << "triangle " << i;
         }
-}
-
-// The triangles as vertex triples, each rotated to start at its lowest vertex, sorted.
-std::vector<std::array<int, 3>> Triangles(const CTin& tin) {
-    std::vector<std::array<int, 3>> t;
-    for (int i = 0; i < tin.GetTriSize(); ++i) {
-        std::array<int, 3> a{tin.GetTri(i).v[0], tin.GetTri(i).v[1], tin.GetTri(i).v[2]};
-        std::rotate(a.begin(), std::min_element(a.begin(), a.end()), a.end());
-        t.push_back(a);
-    }
-    std::sort(t.begin(), t.end());
-    return t;
 }
 
 TEST_F(TinLocateTest, GridStartFindsThePlainWalksTriangles) {
@@ -169,10 +157,7 @@ TEST_F(TinLocateTest, OptimizationDepthBoundCountsLevelsAsRecursionWould) {
     for (int start : {CTin::OPTIM_LEVEL - 1, CTin::OPTIM_LEVEL}) {
         ClearLines();
         CTin tin;
-        tin.AddPoint(0, 0, 0);
-        tin.AddPoint(10, 0, 0);
-        tin.AddPoint(5, 1, 0);
-        tin.AddPoint(5, -1, 0);
+        tin_test::AddPoints(tin, {{0, 0}, {10, 0}, {5, 1}, {5, -1}});
         ASSERT_EQ(tin.AddTri(2, 0, 1), 0);
         ASSERT_EQ(tin.AddTri(1, 0, 3), 1);
         tin.UpdateTopology();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <random>
 
+#include "TinCheck.h"
 #include "surface/Tin.h"
 #include "surface/TinRay.h"
 
@@ -110,29 +111,22 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
         }
         same += CompareRays(bumpy, o, d, hits);
     }
-    for (int i = 0; i < 1000; ++i, ++rays) {  // the grid: vertices, edges, verticals, grazing
+    // The grid: straight down on a vertex, onto an edge's line, onto the diagonal's midpoint,
+    // in the plane and grazing it. Origins relative to a vertex (x, y), or at x = -3.
+    struct GridRay {
+        bool fromLeft;
+        double ox, oy, oz, dx, dy, dz;
+    };
+    const GridRay gridRays[5] = {{false, 0.0, 0.0, 5.0, 0.0, 0.0, -1.0},
+                                 {false, 0.5, 0.0, 5.0, 0.1, 0.0, -1.0},
+                                 {false, 0.5, 0.5, 5.0, 0.0, 0.0, -1.0},
+                                 {true, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0},
+                                 {true, 0.0, 0.25, 1e-12, 1.0, 0.01, -1e-13}};
+    for (int i = 0; i < 1000; ++i, ++rays) {
         const double x = std::floor(u(rng) * 30.0), y = std::floor(u(rng) * 30.0);
-        CXYZ o(x, y, 5.0), d(0.0, 0.0, -1.0);
-        switch (i % 5) {
-            case 0:
-                break;  // straight down on a vertex
-            case 1:
-                o.x += 0.5;
-                d.SetXYZ(0.1, 0.0, -1.0);
-                break;  // onto an edge's line
-            case 2:
-                o.SetXYZ(x + 0.5, y + 0.5, 5.0);
-                break;  // the diagonal's midpoint
-            case 3:
-                o.SetXYZ(-3.0, y, 0.0);
-                d.SetXYZ(1.0, 0.0, 0.0);
-                break;  // in the plane
-            default:
-                o.SetXYZ(-3.0, y + 0.25, 1e-12);
-                d.SetXYZ(1.0, 0.01, -1e-13);
-                break;
-        }
-        same += CompareRays(grid, o, d, hits);
+        const GridRay& g = gridRays[i % 5];
+        const CXYZ o((g.fromLeft ? -3.0 : x) + g.ox, y + g.oy, g.oz);
+        same += CompareRays(grid, o, CXYZ(g.dx, g.dy, g.dz), hits);
     }
     // A dense cluster in a kilometre-wide mesh: thousands of triangles share a Morton cell
     // and are split in halves of equal codes.
@@ -150,9 +144,7 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
     // A mesh of one or two triangles: a root with one leaf.
     for (int nPt : {3, 4}) {
         CTin tiny;
-        tiny.AddPoint(0.0, 0.0, 0.0);
-        tiny.AddPoint(1.0, 0.0, 0.0);
-        tiny.AddPoint(0.0, 1.0, 1.0);
+        tin_test::AddPoints(tiny, {{0, 0, 0}, {1, 0, 0}, {0, 1, 1}});
         if (nPt == 4) tiny.AddPoint(1.0, 1.0, 0.5);
         ASSERT_EQ(tiny.CreateTin(0.0), 1);
         for (int i = 0; i < 50; ++i, ++rays) {
@@ -175,9 +167,7 @@ TEST(TinRay, SameAnswerAsTheBruteForce) {
     const int v = bumpy.GetTri(tri).v[0];
     bumpy.m_point[v].z = 160.0;
     bumpy.DropRayIndex();
-    same = 0;
-    same += CompareRays(bumpy, CXYZ(5050.0, 3050.0, 200.0), d, hits);
-    EXPECT_EQ(same, 1);
+    EXPECT_EQ(CompareRays(bumpy, o, d, hits), 1);
 }
 
 }  // namespace
