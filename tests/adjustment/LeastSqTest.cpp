@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <initializer_list>
 #include <new>
 #include <random>
 #include <vector>
@@ -53,6 +54,12 @@ void Fill(CLeastSq& ls, int m, int n, const std::vector<double>& x, double noise
     }
 }
 
+// One equation: its coefficients, then the observed term.
+void Row(CLeastSq& ls, std::initializer_list<double> terms) {
+    int j = 0;
+    for (const double t : terms) ls.SetObeq(j++, t);
+}
+
 TEST_F(LeastSqTest, EverySolverRecoversExactSolutionsAndInvertsTheNormalMatrix) {
     std::mt19937 rng(5);
     const int n = 6, m = 15;
@@ -81,10 +88,10 @@ TEST_F(LeastSqTest, NoisyProblemsAgreeAcrossSolversAndSigmaScalesTheCovariance) 
     const int n = 4, m = 40;
     const std::vector<double> x = {10.0, -3.0, 0.5, 2.0};
     CLeastSq a(m, n), b(m, n), c(m, n);
-    std::mt19937 r1 = rng, r2 = rng, r3 = rng;
-    Fill(a, m, n, x, 0.01, r1, true);
-    Fill(b, m, n, x, 0.01, r2, true);
-    Fill(c, m, n, x, 0.01, r3, true);
+    for (CLeastSq* ls : {&a, &b, &c}) {
+        std::mt19937 r = rng;  // the same equations in each
+        Fill(*ls, m, n, x, 0.01, r, true);
+    }
     ASSERT_EQ(a.Solve(), 1);
     ASSERT_EQ(b.PISolve(), 1);
     ASSERT_EQ(c.SolveWithSwpMat(), 1);
@@ -126,10 +133,7 @@ TEST_F(LeastSqTest, VarianceOfTheMeanAndWeightsAsRepeatedRows) {
     // variance s^2 / 5.
     const double obs[] = {10.1, 9.9, 10.2, 9.8, 10.0};
     CLeastSq ls(1);
-    for (double o : obs) {
-        ls.SetObeq(0, 1.0);
-        ls.SetObeq(1, o);
-    }
+    for (double o : obs) Row(ls, {1.0, o});
     EXPECT_EQ(ls.GetObeqSize(), 5);
     ASSERT_EQ(ls.Solve(), 1);
     EXPECT_NEAR(ls.GetBcor(0), 10.0, 1e-12);
@@ -160,11 +164,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     EXPECT_EQ(ls.SetWeight(1.0), 0);
     EXPECT_EQ(ls.SetWeight(2, 1.0), 0);
     EXPECT_EQ(ls.GetCurrentObeqNumber(), 0);
-    for (int e = 0; e < 3; ++e) {
-        ls.SetObeq(0, 1.0);
-        ls.SetObeq(1, e);
-        ls.SetObeq(2, 1.0 + e);
-    }
+    for (int e = 0; e < 3; ++e) Row(ls, {1.0, double(e), 1.0 + e});
     EXPECT_EQ(ls.GetObeqSize(), 3);
     EXPECT_EQ(ls.m_weight.GetSize(), 3);
     EXPECT_EQ(ls.m_weight[2], 1.0);
@@ -208,8 +208,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
 
     // n = 1 with a zero normal element: the back-substitution refuses it.
     CLeastSq one(1, 1);
-    one.SetObeq(0, 0.0);
-    one.SetObeq(1, 1.0);
+    Row(one, {0.0, 1.0});
     one.SetNoeq(0, 0, 0.0);
     one.SetNoeq(0, 1, 1.0);
     EXPECT_EQ(one.SolveWithReduc(), 0);
@@ -220,8 +219,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     // All weights 0: PISolve logs the weights, then fails on the zero diagonal.
     CLeastSq zero(2, 1);
     for (int e = 0; e < 2; ++e) {
-        zero.SetObeq(0, 1.0);
-        zero.SetObeq(1, 3.0);
+        Row(zero, {1.0, 3.0});
         zero.SetWeight(0.0);
     }
     EXPECT_EQ(zero.PISolve(), 0);
@@ -233,9 +231,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
     // Fewer equations than unknowns are logged, and the solve goes on; the singular last
     // pivot is caught by the back-substitution.
     CLeastSq under(1, 2);
-    under.SetObeq(0, 1.0);
-    under.SetObeq(1, 1.0);
-    under.SetObeq(2, 1.0);
+    Row(under, {1.0, 1.0, 1.0});
     EXPECT_EQ(under.Solve(), 0);
     EXPECT_EQ(Lines(), (std::vector<std::string>{
                            "CLeastSq::CheckParameterNumber m_equationNum + 1 < m_Row",
@@ -250,12 +246,8 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
 
     // m == n: the second standard error divides by m, not by zero.
     CLeastSq sq(2, 2);
-    sq.SetObeq(0, 1.0);
-    sq.SetObeq(1, 0.0);
-    sq.SetObeq(2, 1.0);
-    sq.SetObeq(0, 0.0);
-    sq.SetObeq(1, 1.0);
-    sq.SetObeq(2, 1.0);
+    Row(sq, {1.0, 0.0, 1.0});
+    Row(sq, {0.0, 1.0, 1.0});
     sq.Solve();
     EXPECT_EQ(sq.CalStandard2(), 0.0);
 }
@@ -263,14 +255,7 @@ TEST_F(LeastSqTest, ProtocolGrowthAndFailureMessages) {
 std::uint64_t FixedClock(void* ctx) { return *static_cast<std::uint64_t*>(ctx); }
 
 TEST_F(LeastSqTest, ClockReadingAndNormalMatrixDump) {
-    SYSTEMTIME st{};
-    st.wYear = 2026;
-    st.wMonth = 1;
-    st.wDay = 2;
-    st.wHour = 20;
-    st.wMinute = 30;
-    st.wSecond = 5;
-    st.wMilliseconds = 250;
+    const SYSTEMTIME st{2026, 1, 0, 2, 20, 30, 5, 250};  // 2 January 2026, 20:30:05.250
     FILETIME ft{};
     SystemTimeToFileTime(&st, &ft);
     std::uint64_t ticks = kel_time::ToTicks(ft);
@@ -281,12 +266,9 @@ TEST_F(LeastSqTest, ClockReadingAndNormalMatrixDump) {
     EXPECT_EQ(t, ((29LL * 60 + 30) * 60 + 5) * 1000 + 250);  // +9 h, no wrap at 24 h
 
     CLeastSq ls(2, 2);
-    ls.SetNoeq(0, 0, 4.0);
-    ls.SetNoeq(0, 1, -0.5);
-    ls.SetNoeq(0, 2, 1.0);
-    ls.SetNoeq(1, 0, -0.5);
-    ls.SetNoeq(1, 1, -1.0);
-    ls.SetNoeq(1, 2, 2.0);
+    const double noeq[2][3] = {{4.0, -0.5, 1.0}, {-0.5, -1.0, 2.0}};
+    for (int i = 0; i < 2; ++i)
+        for (int j = 0; j < 3; ++j) ls.SetNoeq(i, j, noeq[i][j]);
     EXPECT_EQ(ls.GetBcor(1), 2.0);
     const std::filesystem::path cwd = std::filesystem::current_path();
     std::filesystem::current_path(Root());

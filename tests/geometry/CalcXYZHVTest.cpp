@@ -15,7 +15,7 @@ using namespace CCalcXYZHV;
 
 class CalcXYZHVTest : public kel_test::KelFixture {};
 
-TEST_F(CalcXYZHVTest, AnglesOfTheQuadrantsAndTheVerticalSight) {
+TEST_F(CalcXYZHVTest, XYZToHVQuadrantsVerticalSightAndRandomDirections) {
     const CXYZ st(0.0, 0.0, 0.0);
     const struct {
         double x, y, h;
@@ -44,19 +44,18 @@ TEST_F(CalcXYZHVTest, AnglesOfTheQuadrantsAndTheVerticalSight) {
     ASSERT_EQ(Messages().size(), 1u);
     EXPECT_EQ(Messages()[0], "CCalcXYZHV::XYZToHV||64");
     EXPECT_TRUE(Lines().empty());
-}
 
-TEST_F(CalcXYZHVTest, AnglesRecoverTheDirectionThatMadeTheTarget) {
+    // Random directions from an offset station come back, h always in [0, 360).
     std::mt19937 rng(7);
     std::uniform_real_distribution<double> hd(0.0, 360.0), vd(1.0, 179.0), dd(0.5, 500.0);
-    const CXYZ st(1000.0, -250.0, 12.0);
+    const CXYZ st2(1000.0, -250.0, 12.0);
     for (int i = 0; i < 500; ++i) {
         const double h0 = hd(rng), v0 = vd(rng), d = dd(rng), ih = 1.5;
         const double hr = h0 / kel_math::kRadToDeg, vr = v0 / kel_math::kRadToDeg;
-        const CXYZ t(st.x + d * std::sin(vr) * std::cos(hr), st.y + d * std::sin(vr) * std::sin(hr),
-                     st.z + ih + d * std::cos(vr));
-        double v = 0.0, h = 0.0;
-        ASSERT_EQ(XYZToHV(st, t, ih, v, h), 1);
+        const CXYZ t(st2.x + d * std::sin(vr) * std::cos(hr), st2.y + d * std::sin(vr) * std::sin(hr),
+                     st2.z + ih + d * std::cos(vr));
+        v = h = 0.0;
+        ASSERT_EQ(XYZToHV(st2, t, ih, v, h), 1);
         double dh = std::fabs(h - h0);
         dh = std::fmin(dh, 360.0 - dh);
         EXPECT_LT(dh, 1e-8);
@@ -106,7 +105,7 @@ TEST(CalcXYZHV, TaskInverseQuadrantsBacksightAndPlumbLine) {
     EXPECT_EQ(v, 90.0);
 }
 
-TEST(CalcXYZHV, FramesSwapAxesAndScale) {
+TEST(CalcXYZHV, FramesSwapAxesAndScaleAndAngleFormats) {
     CXYZ p(L"A", 12.345, -6.5, 100.25);
     CnvSokuToMath(p);
     EXPECT_DOUBLE_EQ(p.x, -6500.0);
@@ -117,9 +116,7 @@ TEST(CalcXYZHV, FramesSwapAxesAndScale) {
     EXPECT_NEAR(p.y, -6.5, 1e-12);
     EXPECT_NEAR(p.z, 100.25, 1e-12);
     EXPECT_STREQ(p.m_name, L"A");
-}
 
-TEST(CalcXYZHV, AngleFormats) {
     EXPECT_NEAR(Angle100To60(10.5, 0), 10.3, 1e-12);
     EXPECT_NEAR(Angle100To60(-10.5, 1), 349.3, 1e-12);
     EXPECT_NEAR(Angle60To100(10.3, 0), 10.5, 1e-12);
@@ -128,15 +125,7 @@ TEST(CalcXYZHV, AngleFormats) {
 }
 
 TEST(CalcXYZHV, TimesAndTexts) {
-    SYSTEMTIME a{}, b{};
-    a.wYear = 2026;
-    a.wMonth = 3;
-    a.wDay = 7;
-    a.wHour = 23;
-    a.wMinute = 50;
-    b = a;
-    b.wHour = 0;
-    b.wMinute = 5;
+    const SYSTEMTIME a{2026, 3, 0, 7, 23, 50, 0, 0}, b{2026, 3, 0, 7, 0, 5, 0, 0};
     EXPECT_EQ(GetTakenTime(a, b), -23 * 60 - 45);
     EXPECT_EQ(GetTakenTime(b, a), 23 * 60 + 45);
     EXPECT_STREQ(TimeToString(a), L"202603072350");

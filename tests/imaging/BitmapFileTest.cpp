@@ -17,10 +17,10 @@ using kel_imgtest::Pattern;
 using kel_imgtest::Picture;
 using kel_imgtest::Unpadded;
 
-class BitmapFileTest : public kel_test::KelFixture {
+class BitmapFileTest : public kel_imgtest::ImagingTest {
 protected:
     HBITMAP Load(const std::string& bytes) {
-        kel_test::WriteFileBytes(HostPath("p.bmp"), bytes);
+        Write("p.bmp", bytes);
         return LoadBitmapFromFile(L"\\p.bmp");
     }
 };

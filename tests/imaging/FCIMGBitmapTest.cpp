@@ -14,12 +14,18 @@ using kel_imgtest::JpegBytes;
 using kel_imgtest::Pattern;
 using kel_imgtest::Picture;
 
-class FCIMGBitmapTest : public kel_test::KelFixture {
-protected:
-    void Write(const std::string& name, const std::string& bytes) {
-        kel_test::WriteFileBytes(HostPath(name), bytes);
+class FCIMGBitmapTest : public kel_imgtest::ImagingTest {};
+
+// The red, green, blue bytes a picture's pixel shows.
+std::vector<std::uint8_t> Rgb(const Picture& p) {
+    std::vector<std::uint8_t> out;
+    const int n = p.bitsPerPixel <= 8 ? 1 : p.bitsPerPixel / 8;
+    for (std::size_t i = 0; i < p.pixels.size(); i += static_cast<std::size_t>(n)) {
+        const std::uint8_t* bgr = p.bitsPerPixel <= 8 ? &p.palette[4u * p.pixels[i]] : &p.pixels[i];
+        out.insert(out.end(), {bgr[2], bgr[1], bgr[0]});
     }
-};
+    return out;
+}
 
 TEST_F(FCIMGBitmapTest, TypeComesFromTheExtensionInAnyCase) {
     CFCIMGBitmap img;
@@ -193,23 +199,6 @@ TEST_F(FCIMGBitmapTest, PalettesAndCreate) {
     EXPECT_EQ(img.GetPaletteEntries(), nullptr);
 }
 
-}  // namespace
-
-namespace {
-
-// The red, green, blue bytes a picture's pixel shows.
-std::vector<std::uint8_t> Rgb(const Picture& p) {
-    std::vector<std::uint8_t> out;
-    const int n = p.bitsPerPixel <= 8 ? 1 : p.bitsPerPixel / 8;
-    for (std::size_t i = 0; i < p.pixels.size(); i += static_cast<std::size_t>(n)) {
-        const std::uint8_t* bgr = p.bitsPerPixel <= 8 ? &p.palette[4u * p.pixels[i]] : &p.pixels[i];
-        out.insert(out.end(), {bgr[2], bgr[1], bgr[0]});
-    }
-    return out;
-}
-
-}  // namespace
-
 // A rate chosen by the caller, and the pixels as RGB bytes whatever the depth.
 TEST_F(FCIMGBitmapTest, AChosenRateAndRgbBytes) {
     const std::string jpeg = JpegBytes(640, 480, false, 90);
@@ -248,3 +237,5 @@ TEST_F(FCIMGBitmapTest, AChosenRateAndRgbBytes) {
                            "CFCIMGBitmap::LoadImgFileAtRate rate != 1 && rate != 2 && rate != 4 && "
                            "rate != 8"}));
 }
+
+}  // namespace

@@ -5,9 +5,18 @@
 #include <string>
 #include <vector>
 
+#include "common/KelTest.h"
 #include "platform/Bitmap.h"
 
 namespace kel_imgtest {
+
+// The imaging tests' fixture: files are written under the fresh device root.
+class ImagingTest : public kel_test::KelFixture {
+protected:
+    void Write(const std::string& name, const std::string& bytes) {
+        kel_test::WriteFileBytes(HostPath(name), bytes);
+    }
+};
 
 // A picture as the bitmap holds it: rows top first, each row width * bytesPerPixel (no
 // padding); for indexed depths one palette index per byte.

@@ -12,7 +12,7 @@
 
 namespace {
 
-class ImgViewTest : public kel_test::KelFixture {};
+class ImgViewTest : public kel_imgtest::ImagingTest {};
 
 std::uint32_t At(const std::vector<unsigned char>& rgb, int w, int x, int y) {
     const unsigned char* p = &rgb[(static_cast<std::size_t>(y) * w + x) * 3];
@@ -21,7 +21,7 @@ std::uint32_t At(const std::vector<unsigned char>& rgb, int w, int x, int y) {
 
 TEST_F(ImgViewTest, PhotoZoomScrollAndOverlays) {
     const kel_imgtest::Picture pic = kel_imgtest::Pattern(8, 6, 24);
-    kel_test::WriteFileBytes(HostPath("pic.bmp"), kel_imgtest::BmpBytes(pic, false));
+    Write("pic.bmp", kel_imgtest::BmpBytes(pic, false));
     CImgViewEx view;
     view.SetViewSize(16, 12);
     ASSERT_EQ(view.LoadImage(L"\\pic.bmp", 1), SC_IMG_OK);

@@ -54,12 +54,7 @@ std::string PngBytes(RawPng r) {
     return Encode(r, rows, out) ? out : std::string();
 }
 
-class PngFileTest : public kel_test::KelFixture {
-protected:
-    void Write(const std::string& name, const std::string& bytes) {
-        kel_test::WriteFileBytes(HostPath(name), bytes);
-    }
-};
+class PngFileTest : public kel_imgtest::ImagingTest {};
 
 TEST_F(PngFileTest, WrittenPngReadsBackExactlyAndCompressed) {
     // An odd width, so that the bitmap's rows carry padding.
@@ -138,13 +133,8 @@ TEST_F(PngFileTest, EveryKindLoadsAsTheBitmapDocuments) {
          {90, 80, 70, 60, 50, 40, 30, 20, 10}},
         // 16-bit RGB with alpha, interlaced.
         {"rgba16",
-         {1,
-          2,
-          PNG_COLOR_TYPE_RGB_ALPHA,
-          16,
-          PNG_INTERLACE_ADAM7,
-          {{1, 0, 2, 0, 3, 0, 0, 0}, {4, 9, 5, 9, 6, 9, 9, 9}},
-          {}},
+         {1, 2, PNG_COLOR_TYPE_RGB_ALPHA, 16, PNG_INTERLACE_ADAM7,
+          {{1, 0, 2, 0, 3, 0, 0, 0}, {4, 9, 5, 9, 6, 9, 9, 9}}, {}},
          24,
          {3, 2, 1, 6, 5, 4}},
     };

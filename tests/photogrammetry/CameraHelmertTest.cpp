@@ -134,8 +134,10 @@ TEST_F(CameraTest, OptionalPartsShortFilesAndLimits) {
 
 class HelmertTest : public kel_test::KelFixture {};
 
-kel_templ::CKelArray<CXYZ, CXYZ&> Points(std::initializer_list<CXYZ> pts) {
-    kel_templ::CKelArray<CXYZ, CXYZ&> a;
+typedef kel_templ::CKelArray<CXYZ, CXYZ&> PointArray;
+
+PointArray Points(std::initializer_list<CXYZ> pts) {
+    PointArray a;
     for (CXYZ p : pts) a.Add(p);
     return a;
 }
@@ -145,7 +147,7 @@ TEST_F(HelmertTest, RecoversAKnownSimilarityAndInvertsIt) {
     const double a = m * std::cos(th), b = m * std::sin(th), c = 1000.0, d = -250.0;
     std::mt19937 rng(1);
     std::uniform_real_distribution<double> u(-100, 100);
-    kel_templ::CKelArray<CXYZ, CXYZ&> tgt, src;
+    PointArray tgt, src;
     for (int i = 0; i < 8; ++i) {
         const double x = u(rng), y = u(rng);
         const std::wstring name = L"P" + std::to_wstring(i);
@@ -174,10 +176,8 @@ TEST_F(HelmertTest, RecoversAKnownSimilarityAndInvertsIt) {
     EXPECT_TRUE(Lines().empty());
 
     // Residuals: transformed source minus target, the largest with its sign.
-    kel_templ::CKelArray<CXYZ, CXYZ&> t3 = Points({CXYZ(L"A", 0, 0, 0), CXYZ(L"B", 10, 0, 0),
-                                                    CXYZ(L"C", 0, 10, 0)});
-    kel_templ::CKelArray<CXYZ, CXYZ&> s3 = Points({CXYZ(L"A", 0, 0, 0), CXYZ(L"B", 10, 0, 0),
-                                                    CXYZ(L"C", 0, 10.3, 0)});
+    PointArray t3 = Points({CXYZ(L"A", 0, 0, 0), CXYZ(L"B", 10, 0, 0), CXYZ(L"C", 0, 10, 0)});
+    PointArray s3 = Points({CXYZ(L"A", 0, 0, 0), CXYZ(L"B", 10, 0, 0), CXYZ(L"C", 0, 10.3, 0)});
     CHelmert r;
     r.SetPoints(t3, s3);
     ASSERT_EQ(r.CalPara(), 1);
@@ -195,10 +195,8 @@ TEST_F(HelmertTest, RecoversAKnownSimilarityAndInvertsIt) {
 }
 
 TEST_F(HelmertTest, PairingAndFailureMessages) {
-    kel_templ::CKelArray<CXYZ, CXYZ&> t = Points({CXYZ(L"P1", 0, 0, 0), CXYZ(L"P2", 1, 0, 0),
-                                                   CXYZ(L"P3", 0, 1, 0)});
-    kel_templ::CKelArray<CXYZ, CXYZ&> s = Points({CXYZ(L"P2", 5, 0, 0), CXYZ(L"P1", 4, 0, 0),
-                                                   CXYZ(L"X", 9, 9, 0)});
+    PointArray t = Points({CXYZ(L"P1", 0, 0, 0), CXYZ(L"P2", 1, 0, 0), CXYZ(L"P3", 0, 1, 0)});
+    PointArray s = Points({CXYZ(L"P2", 5, 0, 0), CXYZ(L"P1", 4, 0, 0), CXYZ(L"X", 9, 9, 0)});
     CHelmert h;
     CXYZ out;
     EXPECT_EQ(h.Transform(t[0], out, 1), 0);
@@ -207,13 +205,13 @@ TEST_F(HelmertTest, PairingAndFailureMessages) {
     EXPECT_EQ(h.m_source[0].x, 4.0);
     EXPECT_STREQ(h.m_target[1].m_name, L"P2");
 
-    kel_templ::CKelArray<CXYZ, CXYZ&> one = Points({CXYZ(L"P1", 0, 0, 0)});
+    PointArray one = Points({CXYZ(L"P1", 0, 0, 0)});
     CHelmert single;
     single.SetPoints(one, one);
     EXPECT_EQ(single.CalPara(), 0);
 
     // All source points at one place: the normal matrix is singular.
-    kel_templ::CKelArray<CXYZ, CXYZ&> same = Points({CXYZ(L"P1", 3, 3, 0), CXYZ(L"P2", 3, 3, 0)});
+    PointArray same = Points({CXYZ(L"P1", 3, 3, 0), CXYZ(L"P2", 3, 3, 0)});
     CHelmert degenerate;
     degenerate.SetPoints(t, same);
     EXPECT_EQ(degenerate.CalPara(), 0);
