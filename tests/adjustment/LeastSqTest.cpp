@@ -60,7 +60,7 @@ void Row(CLeastSq& ls, std::initializer_list<double> terms) {
     for (const double t : terms) ls.SetObeq(j++, t);
 }
 
-TEST_F(LeastSqTest, EverySolverRecoversExactSolutionsAndInvertsTheNormalMatrix) {
+TEST_F(LeastSqTest, SolversRecoverExactSolutionsAndAgreeOnNoisyOnes) {
     std::mt19937 rng(5);
     const int n = 6, m = 15;
     const std::vector<double> x = {1.5, -2.0, 0.25, 7.0, -0.5, 3.0};
@@ -81,31 +81,29 @@ TEST_F(LeastSqTest, EverySolverRecoversExactSolutionsAndInvertsTheNormalMatrix) 
             }
     }
     EXPECT_TRUE(Lines().empty());
-}
 
-TEST_F(LeastSqTest, NoisyProblemsAgreeAcrossSolversAndSigmaScalesTheCovariance) {
-    std::mt19937 rng(9);
-    const int n = 4, m = 40;
-    const std::vector<double> x = {10.0, -3.0, 0.5, 2.0};
-    CLeastSq a(m, n), b(m, n), c(m, n);
+    // Noisy equations: the solvers agree, and Solve's covariance is PISolve's times sigma.
+    const std::vector<double> xn = {10.0, -3.0, 0.5, 2.0};
+    const int nn = 4, mn = 40;
+    CLeastSq a(mn, nn), b(mn, nn), c(mn, nn);
     for (CLeastSq* ls : {&a, &b, &c}) {
-        std::mt19937 r = rng;  // the same equations in each
-        Fill(*ls, m, n, x, 0.01, r, true);
+        std::mt19937 r(9);  // the same equations in each
+        Fill(*ls, mn, nn, xn, 0.01, r, true);
     }
     ASSERT_EQ(a.Solve(), 1);
     ASSERT_EQ(b.PISolve(), 1);
     ASSERT_EQ(c.SolveWithSwpMat(), 1);
-    for (int j = 0; j < n; ++j) {
+    for (int j = 0; j < nn; ++j) {
         EXPECT_NEAR(a.GetBcor(j), b.GetBcor(j), 1e-12);
         EXPECT_NEAR(a.GetBcor(j), c.GetBcor(j), 1e-12);
-        EXPECT_NEAR(a.GetBcor(j), x[j], 0.05);
+        EXPECT_NEAR(a.GetBcor(j), xn[j], 0.05);
     }
     // Solve stores the variance of unit weight and scales the inverse with it.
     EXPECT_NEAR(a.GetSigma(), a.CalSigma2(), 1e-18);
-    for (int i = 0; i < n; ++i)
-        for (int j = 0; j < n; ++j)
+    for (int i = 0; i < nn; ++i)
+        for (int j = 0; j < nn; ++j)
             EXPECT_NEAR(a.GetCovar(i, j), b.GetCovar(i, j) * a.GetSigma(), 1e-15);
-    EXPECT_EQ(a.GetDegreesOfFreedom(), m - n);
+    EXPECT_EQ(a.GetDegreesOfFreedom(), mn - nn);
     EXPECT_GT(a.CalStandard2(), a.CalStandard());  // divides by m - n rather than m
 }
 

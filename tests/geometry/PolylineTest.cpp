@@ -46,21 +46,6 @@ TEST(Vertex, FlagsAndConstructors) {
     EXPECT_EQ(u.GetVertexFlag(), 16);
 }
 
-TEST_F(PolylineTest, SquareBoundariesFollowTheHalfOpenRule) {
-    const CPolyline sq = UnitSquare();
-    EXPECT_EQ(sq.PtInPolyline(1, 0.5), 1);
-    EXPECT_EQ(sq.PtInPolyline(0, 0.5), 0);
-    EXPECT_EQ(sq.PtInPolyline(0.5, 0), 1);
-    EXPECT_EQ(sq.PtInPolyline(0.5, 1), 0);
-    EXPECT_EQ(sq.PtInPolyline(0.5, 0.5), 1);
-    EXPECT_EQ(sq.PolyPtIn(0.5, 0.95, 0.1), 0);
-    EXPECT_EQ(sq.PolyPtIn(0.5, -0.05, 0.1), 1);  // the y interval is [-0.1, 0.9)
-    CPolyline open = sq;
-    open.Open();
-    EXPECT_EQ(open.PtInPolyline(0.5, 0.5), 1);  // the closing edge counts anyway
-    EXPECT_TRUE(Lines().empty());
-}
-
 // Winding number of a simple polygon at a point not on its boundary, computed by summing
 // angles: an independent check of the crossing rule.
 int Winding(const CPolyline& pl, double x, double y) {
@@ -75,7 +60,21 @@ int Winding(const CPolyline& pl, double x, double y) {
     return static_cast<int>(std::lround(sum / (2 * kel_math::kPi)));
 }
 
-TEST(Polyline, CrossingRuleAgreesWithWindingOnStarPolygons) {
+TEST_F(PolylineTest, SquareBoundariesAndStarPolygonsFollowTheCrossingRule) {
+    const CPolyline sq = UnitSquare();
+    EXPECT_EQ(sq.PtInPolyline(1, 0.5), 1);
+    EXPECT_EQ(sq.PtInPolyline(0, 0.5), 0);
+    EXPECT_EQ(sq.PtInPolyline(0.5, 0), 1);
+    EXPECT_EQ(sq.PtInPolyline(0.5, 1), 0);
+    EXPECT_EQ(sq.PtInPolyline(0.5, 0.5), 1);
+    EXPECT_EQ(sq.PolyPtIn(0.5, 0.95, 0.1), 0);
+    EXPECT_EQ(sq.PolyPtIn(0.5, -0.05, 0.1), 1);  // the y interval is [-0.1, 0.9)
+    CPolyline open = sq;
+    open.Open();
+    EXPECT_EQ(open.PtInPolyline(0.5, 0.5), 1);  // the closing edge counts anyway
+    EXPECT_TRUE(Lines().empty());
+
+    // Random star polygons against the winding number.
     std::mt19937 rng(11);
     std::uniform_real_distribution<double> r(0.3, 1.0), u(-1.1, 1.1);
     for (int poly = 0; poly < 20; ++poly) {

@@ -17,7 +17,7 @@ CDist Model(DIST_MODEL m, std::initializer_list<double> para) {
     return d;
 }
 
-TEST_F(DistTest, FormulasOfEveryModelAtOnePoint) {
+TEST_F(DistTest, FormulasCountsAndParametersOfEveryModel) {
     const double x = 3.0, y = -2.0, r2 = 13.0;
     double dx = 0, dy = 0;
     Model(DIST_K1K2K3K4, {1e-3, 1e-5, 1e-7, 1e-9}).CalDist(x, y, dx, dy);
@@ -40,19 +40,18 @@ TEST_F(DistTest, FormulasOfEveryModelAtOnePoint) {
     EXPECT_EQ(dy, 0.0);
     EXPECT_EQ(none.CalDistInv(x, y, dx, dy, 0.0), 1);
     EXPECT_EQ(dx, 0.0);
-}
 
-TEST_F(DistTest, ModelsCountsAndParameters) {
+    // Parameter counts; an unknown model is none and leaves the parameters.
     CDist d;
     d.m_para[0] = 7.0;
     d.SetDistModel(static_cast<DIST_MODEL>(7));
     EXPECT_EQ(d.GetDistModel(), DIST_NONE);
     EXPECT_EQ(d.GetNumPara(), 0);
     EXPECT_EQ(d.m_para[0], 7.0);
+    const int want[] = {0, 4, 4, 5, 8};
     for (int m = 0; m <= 4; ++m) {
         d.SetDistModel(static_cast<DIST_MODEL>(m));
-        const int want[] = {0, 4, 4, 5, 8};
-        EXPECT_EQ(d.GetNumPara(), want[m]);
+        EXPECT_EQ(d.GetNumPara(), want[m]) << m;
     }
     CDist e;
     EXPECT_EQ(e.AddPara(9, 1.5), 1);

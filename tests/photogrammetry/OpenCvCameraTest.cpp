@@ -68,7 +68,6 @@ TEST_F(OpenCvCameraTest, ExportAndImportProjectLikeTheCameraFile) {
     const CXYZ centre(10.0, -20.0, 5.0);
     std::mt19937 rng(18);
     std::uniform_real_distribution<double> px(0.0, 1.0);
-    int seen = 0;
     for (const CCamera* c : {&cam, static_cast<const CCamera*>(&back)}) {
         ori.SetCamera(*c);
         ASSERT_EQ(ori.SetOrientation(c->m_focal, centre, rot), 1);
@@ -86,10 +85,8 @@ TEST_F(OpenCvCameraTest, ExportAndImportProjectLikeTheCameraFile) {
             OpenCvPixel(cv, rot, centre, p, u, v);
             EXPECT_NEAR(u, img.x - 0.5, kPx) << "seed 18, point " << i;
             EXPECT_NEAR(v, img.y - 0.5, kPx) << "seed 18, point " << i;
-            ++seen;
         }
     }
-    EXPECT_EQ(seen, 400);
 
     // Bad requests: one line each, the camera unchanged.
     CCamera zero;
