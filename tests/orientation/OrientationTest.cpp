@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <string>
@@ -79,9 +80,7 @@ double AngleGap(const CRot& a, const CRot& b) {
 }
 
 bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
-    for (const auto& l : lines)
-        if (l == line) return true;
-    return false;
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 class OrientationTest : public kel_test::KelFixture {};
