@@ -34,8 +34,8 @@ TEST_F(TinTest, RandomSetsAreDelaunayAndUseEveryPoint) {
             CTin tin;
             RandomPoints(tin, n, seed, 1000.0);
             ASSERT_EQ(tin.CreateTin(0.0), 1) << "seed " << seed << " n " << n;
-            const auto used = CheckMesh(tin, true);
-            EXPECT_EQ(static_cast<int>(used.size()), tin.GetPointSize()) << "seed " << seed;
+            EXPECT_EQ(static_cast<int>(CheckMesh(tin, true).size()), tin.GetPointSize())
+                << "seed " << seed << " n " << n;
         }
     }
     // Far from the origin, as surveying coordinates are.
@@ -77,7 +77,6 @@ TEST_F(TinTest, SpatialOrderMakesTheIndexOrderTriangles) {
         ASSERT_EQ(spatial.CreateTinSpatial(0.0), 1);
         CheckMesh(spatial, tin != &lines);
         EXPECT_EQ(spatial.GetPointSize(), index.GetPointSize());
-        EXPECT_EQ(spatial.GetTriSize(), index.GetTriSize());
         EXPECT_EQ(Triangles(spatial), Triangles(index));
         for (int c = 0; c < 2; ++c)
             EXPECT_TRUE(spatial.m_range[c].x == index.m_range[c].x &&
