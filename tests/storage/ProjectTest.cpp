@@ -9,6 +9,7 @@
 #include "storage/Project.h"
 
 using kel_text::CKelString;
+using storage_test::FileFault;
 using XYZArray = kel_templ::CKelArray<CXYZ, CXYZ&>;
 
 namespace {
@@ -29,7 +30,7 @@ XYZArray Points(int n, double scale) {
     return a;
 }
 
-TEST(Project, BuildsThePathsOfAProject) {
+TEST_F(ProjectTest, BuildsThePathsOfAProjectAndFindsItsCamera) {
     // The paths FilePathMake builds are printed by the program's "project paths" (its test).
     CProject pr(L"P1");
     EXPECT_EQ(pr.FilePathMake(L"\\Data"), 1);
@@ -52,11 +53,7 @@ TEST(Project, BuildsThePathsOfAProject) {
     EXPECT_EQ(name, CKelString(L"noext"));
     EditFileName(L"", name);
     EXPECT_TRUE(name.IsEmpty());
-}
 
-TEST_F(ProjectTest, FindsTheCameraFile) {
-    CProject pr(L"P1");
-    pr.FilePathMake(L"\\Data");
     EXPECT_EQ(pr.FilePathMakeCamera(L"*.cam"), 0);  // no folder yet
     EXPECT_EQ(pr.m_strCameraPath, CKelString(L"\\Data"));
     ASSERT_TRUE(CreateDirectoryW(L"\\Data", nullptr));
@@ -142,16 +139,6 @@ TEST_F(ProjectTest, PointFileReadersRefuseBadFiles) {
                                         "WriteImcFile !file.Open(path)"}));
 }
 
-// Counts file operations and fails the one numbered failAt (1-based); 0 fails none.
-struct FaultPlan {
-    int count = 0;
-    int failAt = 0;
-};
-int PlanHook(void* ctx, kel_platform::FileOp, const char*) {
-    auto* plan = static_cast<FaultPlan*>(ctx);
-    return ++plan->count == plan->failAt ? 1 : 0;
-}
-
 TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
     ASSERT_TRUE(CreateDirectoryW(L"\\Data", nullptr));
     CProject pr(L"P1");
@@ -163,20 +150,22 @@ TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
     const std::string fresh = File("Data/want.csv");
 
     // How many file operations a replacement takes.
-    FaultPlan probe;
-    kel_platform::SetFileFaultHook(&PlanHook, &probe);
-    ASSERT_EQ(pr.WriteCSVFilePro(nullptr, &v1, 1), 1);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
-    ASSERT_GE(probe.count, 5);  // open, write, flush, two renames at least
+    int ops = 0;
+    {
+        FileFault none(-1);
+        ASSERT_EQ(pr.WriteCSVFilePro(nullptr, &v1, 1), 1);
+        ops = none.Count();
+    }
+    ASSERT_GE(ops, 5);  // open, write, flush, two renames at least
 
     int failures = 0;
-    for (int k = 1; k <= probe.count; ++k) {
-        FaultPlan plan;
-        plan.failAt = k;
+    for (int k = 1; k <= ops; ++k) {
         ClearLines();
-        kel_platform::SetFileFaultHook(&PlanHook, &plan);
-        const int rc = pr.WriteCSVFilePro(nullptr, &v2, 1);
-        kel_platform::SetFileFaultHook(nullptr, nullptr);
+        int rc = 0;
+        {
+            FileFault fault(k);
+            rc = pr.WriteCSVFilePro(nullptr, &v2, 1);
+        }
         // Whatever failed, the current file holds a complete version: the new one when the
         // replacement reported success, else the old one.
         EXPECT_EQ(File("Data/P1.csv"), rc == 1 ? fresh : old) << "failing operation " << k;
@@ -193,12 +182,11 @@ TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
 
     // A failed write (here: the file is made, its bytes are refused) shows the message, leaves
     // the current file untouched and removes what it wrote.
-    FaultPlan second;
-    second.failAt = 2;
     ClearLines();
-    kel_platform::SetFileFaultHook(&PlanHook, &second);
-    EXPECT_EQ(pr.WriteCSVFilePro(L"other", &v2, 1), 0);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    {
+        FileFault second(2);
+        EXPECT_EQ(pr.WriteCSVFilePro(L"other", &v2, 1), 0);
+    }
     EXPECT_EQ(
         Messages(),
         (std::vector<std::string>{"CProject::WriteCSVFilePro|cannot write \\Data\\other.csv|64"}));
@@ -216,20 +204,18 @@ TEST_F(ProjectTest, SafeReplacementSurvivesAFailureAtEveryStep) {
     // A replacement cut off between its renames leaves only the old file: the next one puts
     // it back in place before going on, so no moment is without a complete version.
     std::filesystem::rename(HostPath("Data/P1.csv"), HostPath("Data/tmpdel_P1.csv"));
-    FaultPlan cut;
-    cut.failAt = 5;  // after the write: the first rename or delete fails
-    kel_platform::SetFileFaultHook(&PlanHook, &cut);
-    pr.WriteCSVFilePro(nullptr, &v2, 1);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    {
+        FileFault cut(5);  // after the write: the first rename or delete fails
+        pr.WriteCSVFilePro(nullptr, &v2, 1);
+    }
     EXPECT_TRUE(File("Data/P1.csv") == old || File("Data/P1.csv") == fresh);
 
     // The image coordinates go the same way.
     pr.m_imgPts = v2;
-    FaultPlan imc;
-    imc.failAt = 2;
-    kel_platform::SetFileFaultHook(&PlanHook, &imc);
-    EXPECT_EQ(pr.WriteImcFilePro(), 0);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    {
+        FileFault second(2);
+        EXPECT_EQ(pr.WriteImcFilePro(), 0);
+    }
     EXPECT_FALSE(FileExists(pr.m_strTmpImcPath));
     ASSERT_EQ(pr.WriteImcFilePro(), 1);
     XYZArray img;

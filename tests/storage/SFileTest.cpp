@@ -1,5 +1,6 @@
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "StorageTestUtil.h"
@@ -29,6 +30,12 @@ protected:
         }
         ASSERT_EQ(db.CloseDB(), 0);
     }
+    // Reads record n of db and compares it with want.
+    static void ExpectRecord(CSFile& db, int n, const CSPoint& want) {
+        CSPoint p;
+        ASSERT_EQ(db.ReadPoint(p, n), n);
+        EXPECT_TRUE(SamePoint(p, want)) << "record " << n;
+    }
 };
 
 TEST_F(SFileTest, HeaderAndRecordBytesAreGolden) {
@@ -45,11 +52,8 @@ TEST_F(SFileTest, HeaderAndRecordBytesAreGolden) {
     Put(want, 0, "SFILE_VER01");  // 0: magic, 11..15 zero
     want[17] = 1;                 // 16..19: 0 1 0 0
     want[20] = 0x20;              // 20: a space, 21..23 zero
-    want[24] = 0x82;              // 24: 753026 = 0x000B7D82
-    want[25] = 0x7D;
-    want[26] = 0x0B;
-    want[28] = 0xFE;  // 28: -2
-    want[29] = want[30] = want[31] = 0xFF;
+    // 24: 753026 = 0x000B7D82; 28: -2
+    PutBytes(want, 24, {0x82, 0x7D, 0x0B, 0x00, 0xFE, 0xFF, 0xFF, 0xFF});
     const std::vector<std::uint8_t> rec = GoldenRecord();
     want.insert(want.end(), rec.begin(), rec.end());  // record 1 at offset 32
     EXPECT_EQ(Bytes(DbBytes()), want);
@@ -145,8 +149,7 @@ TEST_F(SFileTest, DeletedRecordsKeepTheirPlaceAndTheLogIsTold) {
     u.m_recNo = 4;
     EXPECT_EQ(db.UpdatePoint(u), SFILE_BADARG);
     EXPECT_EQ(db.DeletePoint(4), SFILE_BADARG);
-    ASSERT_EQ(db.ReadPoint(p, 1), 1);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(30)));
+    ExpectRecord(db, 1, ScanPoint(30));
     EXPECT_EQ(DbBytes().size(), 32u + 3 * 256);
 }
 
@@ -160,19 +163,15 @@ TEST_F(SFileTest, ReadsFollowWritesOfThisAndOtherObjects) {
     EXPECT_EQ(reader.ReadPoint(p, 4), SFILE_BADARG);
     CSPoint q = ScanPoint(4);
     ASSERT_EQ(writer.AddPoint(q), 4);  // appended behind the reader's back
-    ASSERT_EQ(reader.ReadPoint(p, 3), 3);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(3)));
-    ASSERT_EQ(reader.ReadPoint(p, 4), 4);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(4)));
+    ExpectRecord(reader, 3, ScanPoint(3));
+    ExpectRecord(reader, 4, ScanPoint(4));
     // Reading in order, then moving elsewhere, then reading on.
     ASSERT_EQ(reader.ReadPoint(p, 1), 1);
     ASSERT_EQ(reader.MoveTo(4), 0);
-    ASSERT_EQ(reader.ReadPoint(p, 2), 2);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(2)));
+    ExpectRecord(reader, 2, ScanPoint(2));
     long v[2];
     ASSERT_EQ(reader.ReadHeader(v), 0);
-    ASSERT_EQ(reader.ReadPoint(p, 3), 3);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(3)));
+    ExpectRecord(reader, 3, ScanPoint(3));
     // Cut short by someone else: a clean failure.
     writer.CloseDB();
     kel_test::WriteFileBytes(HostPath("scan.dbs"), DbBytes().substr(0, 32 + 256));
@@ -224,8 +223,7 @@ TEST_F(SFileTest, TornTrailingRecordIsNeverLive) {
     EXPECT_EQ(DbBytes(), whole);  // cut back to whole records
     CSPoint q = ScanPoint(3);
     ASSERT_EQ(db.AddPoint(q), 3);
-    ASSERT_EQ(db.ReadPoint(p, 3), 3);
-    EXPECT_TRUE(SamePoint(p, ScanPoint(3)));
+    ExpectRecord(db, 3, ScanPoint(3));
     EXPECT_EQ(DbBytes().size(), 32u + 3 * 256);
 }
 
@@ -238,11 +236,7 @@ TEST_F(SFileTest, ManyPointsAndWholeDatabases) {
     ASSERT_EQ(db.AddPoint(first), 1);
     ASSERT_EQ(db.AddPoint(pts), 600);
     EXPECT_EQ(pts[599].m_recNo, 601);
-    CSPoint p;
-    for (int n : {1, 2, 257, 258, 601}) {
-        ASSERT_EQ(db.ReadPoint(p, n), n);
-        EXPECT_TRUE(SamePoint(p, ScanPoint(n - 1))) << n;
-    }
+    for (int n : {1, 2, 257, 258, 601}) ExpectRecord(db, n, ScanPoint(n - 1));
     long a = 11, b = 22;
     ASSERT_EQ(db.WriteHeader(a, b), 0);
     db.CloseDB();
@@ -261,34 +255,23 @@ TEST_F(SFileTest, ManyPointsAndWholeDatabases) {
     ASSERT_EQ(db.ReadHeader(v), 0);
     EXPECT_EQ(v[0], 11);
     EXPECT_EQ(v[1], 22);
-    ASSERT_EQ(db.ReadPoint(p, 2), 2);
-    EXPECT_TRUE(SamePoint(p, few[1]));
+    ExpectRecord(db, 2, few[1]);
     db.CloseDB();
 
-    // A failing write or rename leaves the database as it was.
+    // A failing write or rename leaves the database as it was; when the second rename fails,
+    // the old database is moved back.
     const std::string before = DbBytes();
-    for (kel_platform::FileOp op :
-         {kel_platform::FileOp::Write, kel_platform::FileOp::Flush, kel_platform::FileOp::Move}) {
-        kel_platform::SetFileFaultHook(
-            [](void* ctx, kel_platform::FileOp o, const char*) {
-                return o == *static_cast<kel_platform::FileOp*>(ctx) ? 1 : 0;
-            },
-            &op);
-        EXPECT_EQ(db.WriteDB(L"\\scan.dbs", pts), SFILE_IOERR);
-        kel_platform::SetFileFaultHook(nullptr, nullptr);
+    using kel_platform::FileOp;
+    const std::pair<FileOp, int> faults[] = {
+        {FileOp::Write, 0}, {FileOp::Flush, 0}, {FileOp::Move, 0}, {FileOp::Move, 2}};
+    for (const auto& f : faults) {
+        {
+            FileFault fault(f.first, f.second);
+            EXPECT_EQ(db.WriteDB(L"\\scan.dbs", pts), SFILE_IOERR);
+        }
         EXPECT_EQ(DbBytes(), before);
         EXPECT_FALSE(FileExists(L"\\temp\\temp.DB"));
     }
-    // The second rename fails: the old database is moved back.
-    int moves = 0;
-    kel_platform::SetFileFaultHook(
-        [](void* ctx, kel_platform::FileOp o, const char*) {
-            return o == kel_platform::FileOp::Move && ++*static_cast<int*>(ctx) == 2 ? 1 : 0;
-        },
-        &moves);
-    EXPECT_EQ(db.WriteDB(L"\\scan.dbs", pts), SFILE_IOERR);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
-    EXPECT_EQ(DbBytes(), before);
     EXPECT_TRUE(Lines().empty());
 }
 

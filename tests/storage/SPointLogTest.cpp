@@ -134,18 +134,12 @@ TEST_F(SDBLogTest, SlotsAreGolden) {
     EXPECT_EQ(time, kTimeCode);
 
     std::vector<std::uint8_t> want(768, 0);
-    Put(want, 0, "SDBLOG_VER01");  // 0: magic
-    want[16] = 1;                  // 16: version 1
-    want[20] = 0xFB;               // 20: -5
-    want[21] = want[22] = want[23] = 0xFF;
-    Put(want, 24, "\\Data\\scan-0001.dbs");  // 24: name
-    want[88] = 0x82;                         // 88: 753026 = 0x000B7D82
-    want[89] = 0x7D;
-    want[90] = 0x0B;
-    want[92] = 0xE9;  // 92: 22028009 = 0x01501EE9
-    want[93] = 0x1E;
-    want[94] = 0x50;
-    want[95] = 0x01;
+    Put(want, 0, "SDBLOG_VER01");                  // 0: magic
+    want[16] = 1;                                  // 16: version 1
+    PutBytes(want, 20, {0xFB, 0xFF, 0xFF, 0xFF});  // 20: -5
+    Put(want, 24, "\\Data\\scan-0001.dbs");        // 24: name
+    // 88: 753026 = 0x000B7D82; 92: 22028009 = 0x01501EE9
+    PutBytes(want, 88, {0x82, 0x7D, 0x0B, 0x00, 0xE9, 0x1E, 0x50, 0x01});
     Put(want, 96, "operator A");  // 96: text
     const std::vector<std::uint8_t> rec = GoldenRecord();
     std::copy(rec.begin(), rec.end(), want.begin() + 256);  // slot 2: the point
@@ -241,14 +235,11 @@ TEST_F(SDBLogTest, ModeZeroTouchesNothingAndFailuresAreNegative) {
     EXPECT_EQ(log.WriteHeader(CKelString(L"x"), 1, d, t, nullptr), -1);
     // A write the file layer refuses.
     ASSERT_EQ(log.Start(), 0);
-    kel_platform::SetFileFaultHook(
-        [](void*, kel_platform::FileOp op, const char*) {
-            return op == kel_platform::FileOp::Write ? 1 : 0;
-        },
-        nullptr);
-    EXPECT_EQ(log.WriteRec(p), -1);
-    EXPECT_EQ(log.WriteHeader(CKelString(L"x"), 1, d, t, nullptr), -1);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    {
+        FileFault refuseWrites(kel_platform::FileOp::Write);
+        EXPECT_EQ(log.WriteRec(p), -1);
+        EXPECT_EQ(log.WriteHeader(CKelString(L"x"), 1, d, t, nullptr), -1);
+    }
     // The log's folder is a file: it cannot be opened.
     log.Stop();
     std::filesystem::remove_all(HostPath("temp"));

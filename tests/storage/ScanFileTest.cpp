@@ -71,13 +71,10 @@ TEST_F(ScanFileTest, FailuresShowMessagesAndReturnZero) {
     EXPECT_EQ(ScanFileClose(&f), 1);
     EXPECT_EQ(Text(), "old\nnew\n");
     // A refused write.
-    kel_platform::SetFileFaultHook(
-        [](void*, kel_platform::FileOp op, const char*) {
-            return op == kel_platform::FileOp::Write ? 1 : 0;
-        },
-        nullptr);
-    EXPECT_EQ(ScanFileAdd(L"\\scan.txt", p), 0);
-    kel_platform::SetFileFaultHook(nullptr, nullptr);
+    {
+        storage_test::FileFault refuseWrites(kel_platform::FileOp::Write);
+        EXPECT_EQ(ScanFileAdd(L"\\scan.txt", p), 0);
+    }
     EXPECT_EQ(Messages(),
               (std::vector<std::string>{"ScanFileAdd|cannot write the scan file \\scan.txt|64"}));
     EXPECT_EQ(Text(), "old\nnew\n");

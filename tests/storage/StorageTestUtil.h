@@ -1,10 +1,13 @@
 #pragma once
-// Shared pieces of the storage tests: a fixed clock, sample points, byte helpers.
+// Shared pieces of the storage tests: a fixed clock, sample points, byte helpers, refused
+// file operations.
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
+#include "platform/File.h"
 #include "platform/Time.h"
 #include "storage/SPoint.h"
 
@@ -52,25 +55,25 @@ inline void Put(std::vector<std::uint8_t>& b, std::size_t off, const char* text)
     for (std::size_t i = 0; text[i] != '\0'; ++i) b[off + i] = static_cast<std::uint8_t>(text[i]);
 }
 
+// Writes bytes at off of b.
+inline void PutBytes(std::vector<std::uint8_t>& b, std::size_t off,
+                     std::initializer_list<std::uint8_t> bytes) {
+    std::copy(bytes.begin(), bytes.end(), b.begin() + static_cast<std::ptrdiff_t>(off));
+}
+
 // The record of P1 (1.5, -2, 0.25), texts "ab" / "cd", deleted, code WALL, integer 0x01020304.
 inline std::vector<std::uint8_t> GoldenRecord() {
     std::vector<std::uint8_t> b(256, 0);
-    Put(b, 0, "P1");                                           // 0: name
-    const std::uint8_t x[8] = {0, 0, 0, 0, 0, 0, 0xF8, 0x3F};  // 32: 1.5
-    const std::uint8_t y[8] = {0, 0, 0, 0, 0, 0, 0x00, 0xC0};  // 40: -2.0
-    const std::uint8_t z[8] = {0, 0, 0, 0, 0, 0, 0xD0, 0x3F};  // 48: 0.25
-    std::memcpy(&b[32], x, 8);
-    std::memcpy(&b[40], y, 8);
-    std::memcpy(&b[48], z, 8);
-    Put(b, 56, "ab");     // 56: first text
-    Put(b, 120, "cd");    // 120: second text
-    b[184] = 'D';         // 184: status
-    Put(b, 185, "WALL");  // 185: code
-    b[217] = 0x04;        // 217: integer, unaligned, low byte first
-    b[218] = 0x03;
-    b[219] = 0x02;
-    b[220] = 0x01;
-    return b;  // 221..255: zero
+    Put(b, 0, "P1");                                  // 0: name
+    PutBytes(b, 32, {0, 0, 0, 0, 0, 0, 0xF8, 0x3F});  // 32: 1.5
+    PutBytes(b, 40, {0, 0, 0, 0, 0, 0, 0x00, 0xC0});  // 40: -2.0
+    PutBytes(b, 48, {0, 0, 0, 0, 0, 0, 0xD0, 0x3F});  // 48: 0.25
+    Put(b, 56, "ab");                                 // 56: first text
+    Put(b, 120, "cd");                                // 120: second text
+    b[184] = 'D';                                     // 184: status
+    Put(b, 185, "WALL");                              // 185: code
+    PutBytes(b, 217, {0x04, 0x03, 0x02, 0x01});       // 217: integer, unaligned, low byte first
+    return b;                                         // 221..255: zero
 }
 
 inline CSPoint GoldenPoint() {
@@ -99,5 +102,32 @@ template <class Array, class T>
 void AddCopy(Array& a, T p) {
     a.Add(p);
 }
+
+// While one lives, the file layer refuses file operations of kind op (of every kind without
+// one): all of them for nth 0, else only the nth (1-based) and none for a negative nth.
+class FileFault {
+public:
+    explicit FileFault(kel_platform::FileOp op, int nth = 0)
+        : m_anyKind(false), m_op(op), m_nth(nth) {
+        kel_platform::SetFileFaultHook(&Hook, this);
+    }
+    explicit FileFault(int nth) : m_nth(nth) { kel_platform::SetFileFaultHook(&Hook, this); }
+    ~FileFault() { kel_platform::SetFileFaultHook(nullptr, nullptr); }
+    FileFault(const FileFault&) = delete;
+    FileFault& operator=(const FileFault&) = delete;
+    // How many operations of the kind were asked for so far.
+    int Count() const { return m_count; }
+
+private:
+    static int Hook(void* self, kel_platform::FileOp op, const char*) {
+        FileFault& f = *static_cast<FileFault*>(self);
+        if (!f.m_anyKind && op != f.m_op) return 0;
+        ++f.m_count;
+        return f.m_nth == 0 || f.m_count == f.m_nth ? 1 : 0;
+    }
+    bool m_anyKind = true;
+    kel_platform::FileOp m_op = kel_platform::FileOp::Open;
+    int m_nth = 0, m_count = 0;
+};
 
 }  // namespace storage_test
