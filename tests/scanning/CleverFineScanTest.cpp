@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "PlanTestUtil.h"
@@ -68,11 +69,11 @@ TEST_F(FineScanTest, BoxPlanIsASerpentineOverEveryCell) {
     CCleverFineScan fs = Planner(80, 10, 82, 14, 1, 2);  // 3 x 3 cells
     ASSERT_EQ(fs.CalcPtAngle(true), 9);
     const std::vector<Target> t = Drain(fs);
-    const double want[9][2] = {{10, 80}, {12, 80}, {14, 80}, {14, 81}, {12, 81},
-                               {10, 81}, {10, 82}, {12, 82}, {14, 82}};
+    ASSERT_EQ(t.size(), 9u);
+    const double wantH[9] = {10, 12, 14, 14, 12, 10, 10, 12, 14};
     for (int k = 0; k < 9; ++k) {
-        EXPECT_EQ(t[k].h, want[k][0]) << k;
-        EXPECT_EQ(t[k].v, want[k][1]) << k;
+        EXPECT_EQ(t[k].h, wantH[k]) << k;
+        EXPECT_EQ(t[k].v, 80 + k / 3) << k;
     }
     // Exhausted: -1 again and again, outputs untouched.
     double h = -7.0, v = -8.0;
@@ -189,14 +190,17 @@ double DistanceToRegion(const CPolyline& region, const BoxMap& m, double h, doub
     return best;
 }
 
-// Checks a region plan against the region: every target lies within one H spacing of the
-// region on its row, every grid cell whose centre is inside the region is planned, each row
-// is walked monotonically and rows alternate, and the grids mirror the plan.
-void CheckRegionPlan(CCleverFineScan fs, const CPolyline& region, int expectRows) {
+// Plans fs over region and checks the plan against the region: every target lies within one H
+// spacing of the region on its row, every grid cell whose centre is inside the region is planned,
+// each row is walked monotonically and rows alternate, and the grids mirror the plan. Gives the
+// targets.
+std::vector<Target> CheckRegionPlan(CCleverFineScan fs, const CPolyline& region, int expectRows) {
+    fs.m_polyline = region;
     const int n = fs.CalcPtAngle(true);
-    ASSERT_GT(n, 0);
+    EXPECT_GT(n, 0);
     const BoxMap m(region, fs.m_startH, fs.m_endH, fs.m_startV, fs.m_endV);
-    ASSERT_EQ(fs.m_gridH.GetSize(), n);
+    EXPECT_EQ(fs.m_gridH.GetSize(), n);
+    if (n <= 0 || fs.m_gridH.GetSize() != n) return {};
     std::vector<Target> t = Drain(fs);
     std::map<double, std::vector<double>> rows;  // V -> H in measuring order
     std::vector<double> rowOrder;
@@ -230,32 +234,27 @@ void CheckRegionPlan(CCleverFineScan fs, const CPolyline& region, int expectRows
                 << "inside cell H " << h << " of row V " << rowOrder[r] << " not planned";
         }
     }
+    return t;
 }
 
 TEST_F(FineScanTest, RegionPlanCoversTheRegionInEveryDirection) {
     const CPolyline region = plan_test::Notched();
-    // 41 rows at y = 0, 2.5, ..., 100: every one meets the region.
-    CCleverFineScan rising = Planner(80, 30, 100, 60, 0.5, 0.5);
-    rising.m_polyline = region;
-    CheckRegionPlan(rising, region, 41);
-    CCleverFineScan falling = Planner(100, 60, 80, 30, 0.5, 0.5);
-    falling.m_polyline = region;
-    CheckRegionPlan(falling, region, 41);
-    CCleverFineScan wrap = Planner(80, 350, 100, 20, 0.5, 0.5);  // H 350 .. 380
-    wrap.m_polyline = region;
-    CheckRegionPlan(wrap, region, 41);
-    CCleverFineScan wrapDown = Planner(80, 20, 100, 350, 0.5, 0.5);  // H 20 .. -10
-    wrapDown.m_polyline = region;
-    CheckRegionPlan(wrapDown, region, 41);
+    // 41 rows at y = 0, 2.5, ..., 100: every one meets the region. Rising, falling, H 350 .. 380
+    // and H 20 .. -10.
+    const double boxes[4][4] = {
+        {80, 30, 100, 60}, {100, 60, 80, 30}, {80, 350, 100, 20}, {80, 20, 100, 350}};
+    std::vector<Target> rising;
+    for (const auto& b : boxes) {
+        SCOPED_TRACE("H " + std::to_string(b[1]) + " .. " + std::to_string(b[3]));
+        const std::vector<Target> t =
+            CheckRegionPlan(Planner(b[0], b[1], b[2], b[3], 0.5, 0.5), region, 41);
+        if (&b == &boxes[0]) rising = t;
+    }
 
     // Above the notch a descending row visits the right span first: its first target lies
     // right of its last.
-    CCleverFineScan fs = Planner(80, 30, 100, 60, 0.5, 0.5);
-    fs.m_polyline = region;
-    fs.CalcPtAngle(true);
-    std::vector<Target> t = Drain(fs);
     std::vector<double> row;  // row 29 (y 72.5, descending)
-    for (const Target& x : t)
+    for (const Target& x : rising)
         if (std::fabs(x.v - 94.5) < 1e-9) row.push_back(x.h);
     ASSERT_GT(row.size(), 4u);
     EXPECT_GT(row.front(), 50.0);
@@ -297,33 +296,26 @@ TEST_F(FineScanTest, RegionEdgeCases) {
 }
 
 TEST_F(FineScanTest, TimeEstimates) {
+    constexpr auto kNormal = CCleverFineScan::MEAS_MODE_NORMAL;
+    constexpr auto kResume = CCleverFineScan::MEAS_MODE_RESUME;
+    constexpr auto kHalvex = CCleverFineScan::INSTRUMENT_HALVEX;
     CCleverFineScan fs = Planner(80, 0, 89, 9, 1, 1);
     ASSERT_EQ(fs.CalcPtAngle(true), 100);  // t = 6.4 - 0.075 = 6.325 s
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
-              693);
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_RESUME, CCleverFineScan::INSTRUMENT_QUORIN),
-              633);
+    EXPECT_EQ(fs.CalcTime(kNormal, kHalvex), 693);
+    EXPECT_EQ(fs.CalcTime(kResume, CCleverFineScan::INSTRUMENT_QUORIN), 633);
     double h, v;
     for (int k = 0; k < 10; ++k) fs.NextPt(h, v);
     // 90 left: 569.25 + 0.5 -> 569, and no set-up allowance any more.
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
-              569);
-    EXPECT_EQ(
-        fs.CalcRemainingTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
-        633);
-    EXPECT_EQ(fs.CalcRemainingTime(10, CCleverFineScan::MEAS_MODE_NORMAL,
-                                   CCleverFineScan::INSTRUMENT_HALVEX),
-              63);
+    EXPECT_EQ(fs.CalcTime(kNormal, kHalvex), 569);
+    EXPECT_EQ(fs.CalcRemainingTime(kNormal, kHalvex), 633);
+    EXPECT_EQ(fs.CalcRemainingTime(10, kNormal, kHalvex), 63);
     while (fs.NextPt(h, v) == 1) {
     }
-    EXPECT_EQ(fs.CalcTime(CCleverFineScan::MEAS_MODE_NORMAL, CCleverFineScan::INSTRUMENT_HALVEX),
-              0);
+    EXPECT_EQ(fs.CalcTime(kNormal, kHalvex), 0);
     // The formula runs unclamped: 10 000 targets cost -1.1 s each.
     CCleverFineScan big = Planner(0, 0, 99, 99, 1, 1);
     ASSERT_EQ(big.CalcPtAngle(true), 10000);
-    EXPECT_EQ(big.CalcRemainingTime(CCleverFineScan::MEAS_MODE_RESUME,
-                                    CCleverFineScan::INSTRUMENT_HALVEX),
-              -10999);
+    EXPECT_EQ(big.CalcRemainingTime(kResume, kHalvex), -10999);
 }
 
 // A copy (made through the class's own allocator) and an assignment carry the region, the box,

@@ -191,17 +191,16 @@ TEST_F(TrkScanTest, RegionLines) {
     CCleverTrkScan flat = Planner(80, 30, 100, 60, 0.5, 0.1, 40);
     flat.m_polyline = plan_test::Region({{0, 1}, {5, 1}, {9, 1}});
     EXPECT_EQ(flat.CalcLineAngle(true), 0);
-}
 
-TEST_F(TrkScanTest, OddRowEndsThePlanKeepingItsLines) {
-    // Rows at y = 0, 1, ..., 10; the row y = 5 runs through the vertex (10, 5), which its two
-    // edges both report, and meets the left edge once: three crossings.
-    CCleverTrkScan ts = Planner(0, 0, 10, 10, 1, 1, 40);
-    ts.m_polyline = plan_test::Region({{0, 0}, {10, 5}, {0, 10}});
-    ASSERT_EQ(ts.CalcLineAngle(true), 5);
-    CheckRegionLines(ts, ts.m_polyline);
-    EXPECT_EQ(ts.m_lineV[4], 4.0);
-    EXPECT_EQ(ts.m_lineEndH[4], 8.0);  // x = 10 * 4 / 5
+    // A row with an odd number of crossings ends the plan, keeping the lines before it. Rows at
+    // y = 0, 1, ..., 10; the row y = 5 runs through the vertex (10, 5), which its two edges both
+    // report, and meets the left edge once: three crossings.
+    CCleverTrkScan tri = Planner(0, 0, 10, 10, 1, 1, 40);
+    tri.m_polyline = plan_test::Region({{0, 0}, {10, 5}, {0, 10}});
+    ASSERT_EQ(tri.CalcLineAngle(true), 5);
+    CheckRegionLines(tri, tri.m_polyline);
+    EXPECT_EQ(tri.m_lineV[4], 4.0);
+    EXPECT_EQ(tri.m_lineEndH[4], 8.0);  // x = 10 * 4 / 5
 }
 
 // A copy and an assignment carry the lines and the position; a failing plan drops its lines.

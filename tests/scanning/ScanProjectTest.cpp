@@ -3,6 +3,7 @@
 #include <cmath>
 #include <random>
 
+#include "PlanTestUtil.h"
 #include "common/KelTest.h"
 #include "imaging/ImgViewEx.h"
 #include "photogrammetry/SinOri.h"
@@ -242,12 +243,8 @@ TEST_F(ScanProjectTest, RegionPlannedThroughTheSurfaceEqualsThePlanFromTrueAngle
         MakeProject(p, false, false);
         p.SetOccBs(kStation, kInstHeight, kBsAzimuth, bsReading);
         Orient(p);
-        CPolyline region(CPolyline::kClosed);
-        const double corners[5][2] = {{400, 300}, {1200, 350}, {1300, 900}, {800, 700}, {350, 950}};
-        for (const auto& c : corners) {
-            CVertex vx(c[0], c[1], 0.0, 0);
-            region.AddVertex(vx);
-        }
+        const CPolyline region =
+            plan_test::Region({{400, 300}, {1200, 350}, {1300, 900}, {800, 700}, {350, 950}});
         CCleverFineScan viaPhoto;
         ASSERT_EQ(p.ComputeInclineGrid(region, 0.5, viaPhoto), 1);
         ASSERT_GT(viaPhoto.CalcPtAngle(true), 10);
@@ -256,16 +253,15 @@ TEST_F(ScanProjectTest, RegionPlannedThroughTheSurfaceEqualsThePlanFromTrueAngle
         CPolyline truth(CPolyline::kClosed);
         const CCamera cam = Camera(false);
         double prevH = 0.0;
-        for (int i = 0; i < 5; ++i) {
-            const double* a = corners[i];
-            const double* b = corners[(i + 1) % 5];
+        for (unsigned i = 0; i < 5; ++i) {
+            const CVertex& a = *region.GetVertex(i);
+            const CVertex& b = *region.GetVertex((i + 1) % 5);
             const int steps = static_cast<int>(
-                std::ceil(std::hypot(b[0] - a[0], b[1] - a[1]) / CKelScanProject::kDensifyPx));
+                std::ceil(std::hypot(b.x - a.x, b.y - a.y) / CKelScanProject::kDensifyPx));
             for (int k = 0; k < steps; ++k) {
                 const double t = static_cast<double>(k) / steps;
                 double h = 0.0, v = 0.0;
-                TaskInverse(kStation,
-                            PlaneHit(cam, a[0] + t * (b[0] - a[0]), a[1] + t * (b[1] - a[1])),
+                TaskInverse(kStation, PlaneHit(cam, a.x + t * (b.x - a.x), a.y + t * (b.y - a.y)),
                             kInstHeight, kBsAzimuth, bsReading, h, v);
                 if (truth.GetVertexSize() > 0) h += 360.0 * std::round((prevH - h) / 360.0);
                 prevH = h;
@@ -328,11 +324,7 @@ TEST_F(ScanProjectTest, InverseDirectionAndRegionHelpers) {
     EXPECT_EQ(hv[1].x, h);
     EXPECT_EQ(hv[1].y, v);
 
-    CPolyline region(CPolyline::kClosed), got;
-    for (const auto& c : {CXYZ(10, 10, 0), CXYZ(400, 10, 0), CXYZ(400, 300, 0)}) {
-        CVertex vx(c, 0);
-        region.AddVertex(vx);
-    }
+    const CPolyline region = plan_test::Region({{10, 10}, {400, 10}, {400, 300}});
     CXYZArray xyz;
     p.m_flag = 0;  // vertices only
     ASSERT_EQ(p.PolyToXYZ(region, xyz), 1);
@@ -343,16 +335,12 @@ TEST_F(ScanProjectTest, InverseDirectionAndRegionHelpers) {
     EXPECT_TRUE(xyz[2].m_name == L"2");
 
     ClearLines();
+    CPolyline got;
     EXPECT_EQ(p.GetPolylineFromImage(got), 0);
     p.m_pImage->SetRegion(region);
     EXPECT_EQ(p.GetPolylineFromImage(got), 1);
     EXPECT_EQ(got.GetVertexSize(), 3);
-    CPolyline wide(CPolyline::kClosed);
-    for (const auto& c : {CXYZ(0, 90, 0), CXYZ(200, 90, 0), CXYZ(100, 95, 0)}) {
-        CVertex vx(c, 0);
-        wide.AddVertex(vx);
-    }
-    EXPECT_EQ(p.AdjustSEVH(wide, plan), 0);
+    EXPECT_EQ(p.AdjustSEVH(plan_test::Region({{0, 90}, {200, 90}, {100, 95}}), plan), 0);
     double dV = 0.0, dH = 0.0;
     EXPECT_EQ(p.AdjustVH(xyz, 0.0, dV, dH), 0);
     ASSERT_EQ(Lines().size(), 3u);

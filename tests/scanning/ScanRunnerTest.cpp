@@ -40,13 +40,10 @@ double AngleDiff(double a, double b) { return std::fabs(std::remainder(a - b, 36
 const CTin& TrueSurface() {
     static const CTin tin = [] {
         CTin t;
-        for (double dn = -4.0; dn <= 60.0; dn += 2.0)
-            for (double de = -14.0; de <= 60.0; de += 2.0) {
-                CXYZ p(kStation.x + dn, kStation.y + de, 0.0);
-                p.z = Ground(p.x, p.y, true);
-                CCalcXYZHV::CnvSokuToMath(p);
-                t.AddPoint(p.x, p.y, p.z);
-            }
+        ForEachHillPoint(true, [&](CXYZ& p) {
+            CCalcXYZHV::CnvSokuToMath(p);
+            t.AddPoint(p.x, p.y, p.z);
+        });
         t.CreateTin(0.0);
         return t;
     }();
@@ -154,11 +151,9 @@ protected:
     void SetUp() override {
         KelFixture::SetUp();
         kel_time::SetClock(&FixedNow, nullptr);
-        std::string tmpl = "/dev/shm/kelscan-run-XXXXXX";
-        std::vector<char> buf(tmpl.begin(), tmpl.end());
-        buf.push_back('\0');
-        if (access("/dev/shm", W_OK) == 0 && mkdtemp(buf.data()) != nullptr) {
-            m_shm = buf.data();
+        char folder[] = "/dev/shm/kelscan-run-XXXXXX";
+        if (access("/dev/shm", W_OK) == 0 && mkdtemp(folder) != nullptr) {
+            m_shm = folder;
             kel_platform::SetDeviceRoot(m_shm.c_str());
         }
     }
@@ -437,15 +432,10 @@ bool LogSaysDone(const std::string& logPath) {
 
 TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) {
     const SScanCase cases[2] = {MakeCase(false, Path("")), MakeCase(true, Path(""))};
-    auto run = [&](const SScanCase& c) {
+    auto scan = [&](const SScanCase& c, bool resume) {
         CSimInstrument sim = NoisySim();
         CScanRunner r;
-        return c.Run(r, sim, L"\\scan.db", L"\\scan.txt");
-    };
-    auto resume = [&](const SScanCase& c) {
-        CSimInstrument sim = NoisySim();
-        CScanRunner r;
-        return c.Resume(r, sim);
+        return resume ? c.Resume(r, sim) : c.Run(r, sim, L"\\scan.db", L"\\scan.txt");
     };
     // The fastest of a few uninterrupted runs in a child: a busy machine only makes later
     // runs slower, and so the kills land earlier in them, never after them.
@@ -454,7 +444,7 @@ TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) 
         for (int k = 0; k < 5; ++k) {
             const auto t0 = std::chrono::steady_clock::now();
             bool failed = false;
-            RunAndKill([&]() { return run(cases[t]); }, 0, failed, true);
+            RunAndKill([&]() { return scan(cases[t], false); }, 0, failed, true);
             const long us = static_cast<long>(std::chrono::duration_cast<std::chrono::microseconds>(
                                                   std::chrono::steady_clock::now() - t0)
                                                   .count());
@@ -479,11 +469,10 @@ TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) 
         std::uniform_int_distribution<long> delay(0, fullUs[rounds % 2]);
         SCOPED_TRACE("round " + std::to_string(rounds) + " seed " + std::to_string(kKillSeed));
         ++rounds;
-        std::filesystem::remove(Path("scan.db"));
-        std::filesystem::remove(Path("scan.txt"));
-        std::filesystem::remove(Path("temp/SDB.log"));
+        for (const char* file : {"scan.db", "scan.txt", "temp/SDB.log"})
+            std::filesystem::remove(Path(file));
         bool failed = false;
-        bool killed = RunAndKill([&]() { return run(c); }, delay(rng), failed);
+        bool killed = RunAndKill([&]() { return scan(c, false); }, delay(rng), failed);
         ASSERT_FALSE(failed);
         countKill(killed);
         // Resumed, and killed again at random, until a resume runs to its end. Each attempt
@@ -492,7 +481,7 @@ TEST_F(ScanRunnerTest, KillAtRandomMomentsThenResumeGivesTheUninterruptedFiles) 
         for (int attempt = 0; killed && !LogSaysDone(Path("temp/SDB.log")); ++attempt) {
             ASSERT_LT(attempt, 100);
             const long later = delay(rng) * (8 + attempt) / 8;
-            killed = RunAndKill([&]() { return resume(c); }, later, failed);
+            killed = RunAndKill([&]() { return scan(c, true); }, later, failed);
             ASSERT_FALSE(failed) << "a resume failed on its own";
             countKill(killed);
             finishedByResume += killed ? 0 : 1;

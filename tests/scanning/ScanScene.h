@@ -39,10 +39,8 @@ inline CCamera Camera(bool distortion) {
     cam.m_resolution.SetXYZ(0.005, 0.005, 0.0);
     if (distortion) {
         cam.m_dist.SetDistModel(DIST_K1K2P1P2);
-        cam.m_dist.AddPara(0, -8e-4);
-        cam.m_dist.AddPara(1, 1e-6);
-        cam.m_dist.AddPara(2, 2e-5);
-        cam.m_dist.AddPara(3, -1e-5);
+        const double k1k2p1p2[4] = {-8e-4, 1e-6, 2e-5, -1e-5};
+        for (int i = 0; i < 4; ++i) cam.m_dist.AddPara(i, k1k2p1p2[i]);
     }
     return cam;
 }
@@ -92,6 +90,17 @@ inline CXYZ PlaneHit(const CCamera& cam, double u, double v) {
     return CXYZ(c.x + t * d.x, c.y + t * d.y, c.z + t * d.z);
 }
 
+// Calls f with each point of the hillside on a 2 m grid, surveying frame.
+template <class F>
+void ForEachHillPoint(bool bumps, F f) {
+    for (double dn = -4.0; dn <= 60.0; dn += 2.0)
+        for (double de = -14.0; de <= 60.0; de += 2.0) {
+            CXYZ q(kStation.x + dn, kStation.y + de, 0.0);
+            q.z = Ground(q.x, q.y, bumps);
+            f(q);
+        }
+}
+
 // A project with camera, image view, scan arrays, station and a hillside surface of 2 m
 // spacing, oriented directly from the true orientation.
 inline void MakeProject(CKelScanProject& p, bool distortion, bool bumps) {
@@ -102,12 +111,7 @@ inline void MakeProject(CKelScanProject& p, bool distortion, bool bumps) {
     *p.m_pCamera = Camera(distortion);
     p.SetOccBs(kStation, kInstHeight, kBsAzimuth, kBsReading);
     CKelScanProject::CXYZArray pts;
-    for (double dn = -4.0; dn <= 60.0; dn += 2.0)
-        for (double de = -14.0; de <= 60.0; de += 2.0) {
-            CXYZ q(kStation.x + dn, kStation.y + de, 0.0);
-            q.z = Ground(q.x, q.y, bumps);
-            pts.Add(q);
-        }
+    ForEachHillPoint(bumps, [&](CXYZ& q) { pts.Add(q); });
     p.SetSurface(pts);
 }
 
