@@ -145,7 +145,7 @@ void CTin::SetEPS(double eps) {
 
 int CTin::CreateTin(double angle) {
     DropRayIndex();
-    // The packed coordinates' block, once freed, holds the depth and texture arrays.
+    // Mapped blocks freed during the build (the packed coordinates') serve its later requests.
     const kel_pages::CReuseScope reuse;
     try {
         if (m_point.GetSize() < 3) {
@@ -169,9 +169,15 @@ int CTin::CreateTin(double angle) {
 }
 
 int CTin::FinishTin(double angle, bool rangeKept) {
+    // Depth and texture are derived on request (UpdateDepth, UpdateTextureCoord; the version 2
+    // writer derives the texture itself): made with every build, they cost 24 bytes a point
+    // and, at ten million points, 4% of the time. Arrays left from before describe other
+    // points.
+    m_depth.RemoveAll();
+    m_texU.RemoveAll();
+    m_texV.RemoveAll();
     if ((m_breakLine.GetSize() > 0 && !BreakLine()) ||
-        (angle > 0.0 && !DelTriWithAngle(angle, 1)) || (!rangeKept && !UpdateTinRange()) ||
-        !UpdatePerVertex(true, true)) {
+        (angle > 0.0 && !DelTriWithAngle(angle, 1)) || (!rangeKept && !UpdateTinRange())) {
         InitData();
         return 0;
     }

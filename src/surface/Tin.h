@@ -74,15 +74,16 @@ public:
     void EndAddPoint();
 
     // Triangulates all vertices; forces registered break lines in; with angle > 0 (degrees)
-    // removes thin boundary triangles (DelTriWithAngle(angle, 1)). 1, or 0 after InitData().
+    // removes thin boundary triangles (DelTriWithAngle(angle, 1)). Sets the range; leaves depth
+    // and texture empty (UpdateDepth, UpdateTextureCoord). 1, or 0 after InitData().
     int CreateTin(double angle);
     // CreateTin in a spatial order, for callers that need no particular triangle numbering:
     // the points are inserted in rounds of doubling size chosen by a fixed pseudo-random draw,
     // each round sorted along a Hilbert curve over the points' range, which is several times
     // faster on large sets. The vertices keep the points' numbers (so do the break lines);
     // the triangles are numbered as they come. For points in general position the triangles
-    // are those of CreateTin, as sets of three vertices, and the hull, heights, depth and
-    // texture follow them. The order depends on the points alone, so the same input gives the
+    // are those of CreateTin, as sets of three vertices, and the hull and heights follow
+    // them. The order depends on the points alone, so the same input gives the
     // same numbering. When a vertex is left out of the mesh (points within m_eps of each
     // other, which AddPoint never lets in) CreateTin builds the surface again in index order,
     // so that the first of them is kept: slower, but the same surface as CreateTin's. 1, or 0
@@ -191,7 +192,8 @@ public:
     // Each of these three returns 1, or 0 when memory runs out (the values are then left as
     // they were).
     int UpdateTinRange();
-    // Depth of every vertex below the highest one: m_range[1].z - z (m).
+    // Depth of every vertex below the highest one: m_range[1].z - z (m). The file readers call
+    // it; after CreateTin and CreateTinSpatial depth and texture are empty until asked for.
     int UpdateDepth();
     // u = (x - min x) / (max x - min x), v likewise in y, over m_range; 0 on a zero extent.
     int UpdateTextureCoord();
@@ -319,8 +321,8 @@ private:
     // pass over the stack.
     void OptimizeEach(const int* tris, const int* edges, int count);
     static constexpr std::size_t kMaxEach = 4;
-    // CreateTin after the triangulation: break lines, the angle filter, range, depth and
-    // texture. 1, or 0 after InitData(). rangeKept: m_range already is the range of the
+    // CreateTin after the triangulation: break lines, the angle filter and the range; depth and
+    // texture emptied. 1, or 0 after InitData(). rangeKept: m_range already is the range of the
     // triangulated vertices, as UpdateTinRange would fold it (the caller made sure).
     int FinishTin(double angle, bool rangeKept = false);
     // UpdateDepth and / or UpdateTextureCoord in one pass over the points, with their results

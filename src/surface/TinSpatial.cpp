@@ -217,7 +217,7 @@ int CTin::CreateTinSpatial(double angle) {
                 left = 0;
             }
         }
-        block = kel_pages::CBlock();  // before depth and texture
+        block = kel_pages::CBlock();
         const int* own = from.data();
         CTri* tri = m_tri.GetData();
         for (int i = 0; i < m_tri.GetSize(); ++i)

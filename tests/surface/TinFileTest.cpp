@@ -115,9 +115,15 @@ TEST_F(TinFileTest, RoundTripsAndFallbacks) {
     EXPECT_EQ(back[0].GetName().Compare(L"G"), 0);
     EXPECT_EQ(back[1].GetTriSize(), tin.GetTriSize());
     EXPECT_DOUBLE_EQ(back[1].m_range[1].z, tin.m_range[1].z);
+    ASSERT_EQ(tin.UpdateDepth(), 1);  // the readers derive it, a build does not
     EXPECT_DOUBLE_EQ(back[1].GetDepth()[0], tin.GetDepth()[0]);
     ASSERT_EQ(CTin::WriteBIN_VER2(L"\\b.tin", back), 1);
     EXPECT_EQ(ReadFileBytes(HostPath("a.tin")), ReadFileBytes(HostPath("b.tin")));
+    // A rebuild drops the texture and depth read with the surface: they described other points.
+    CTin rebuilt = back[0];
+    rebuilt.m_point[0].x = 99.0;
+    ASSERT_EQ(rebuilt.CreateTinSpatial(0.0), 1);
+    EXPECT_EQ(rebuilt.GetTexU().GetSize() + rebuilt.GetDepth().GetSize(), 0);
 
     // Version 1 through the version 2 reader: no texture coordinates.
     ASSERT_EQ(CTin::WriteBIN_VER1(L"\\c.tin", tins), 1);

@@ -376,8 +376,10 @@ TEST_F(TinTest, QueriesOnAPlane) {
     EXPECT_NEAR(hit.z, 20.0 - t, 1e-9);
     EXPECT_EQ(tin.FindTriXY(hit.x, hit.y), tri);
     EXPECT_EQ(tin.IntersectRay(CXYZ(2.0, 2.0, 20.0), CXYZ(0, 0, 1), hit, tri), 0);
-    // Derived values: depth below the highest vertex, texture over the range.
+    // Derived values, on request: depth below the highest vertex, texture over the range.
     EXPECT_DOUBLE_EQ(tin.m_range[1].z, 7.0);
+    EXPECT_EQ(tin.GetDepth().GetSize() + tin.GetTexU().GetSize() + tin.GetTexV().GetSize(), 0);
+    ASSERT_TRUE(tin.UpdateDepth() && tin.UpdateTextureCoord());
     EXPECT_DOUBLE_EQ(tin.GetDepth()[tin.GetPointSize() - 4], 6.0);  // (0, 0)
     EXPECT_DOUBLE_EQ(tin.GetTexU()[tin.GetPointSize() - 1], 1.0);   // (8, 8)
 }
