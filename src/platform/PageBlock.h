@@ -98,104 +98,14 @@ inline void FreePages(void* block, std::size_t mapped) {
         std::free(block);
 }
 
-// Reuse of freed mappings within an operation. Fresh pages cost a fault and zeroing by the
-// system on first write, which on a virtual machine can cost more than the work done in them
-// (a ten-million-point triangulation spent a fifth of its time there). While a CReuseScope
-// lives on a thread, the mapped blocks of Allocator and CBlock that the thread frees are kept
-// (at most kReuseBlocks of them) and handed to the next requests that fit, split where they
-// are larger; a request that none fits releases them all first, so the kept blocks never add
-// to the peak. When the outermost scope ends, whatever is kept is released. Blocks handed out
-// again hold what they held before: they serve only requests that need no zeroed memory.
-constexpr int kReuseBlocks = 8;
-
-struct CReuseState {
-    struct CKept {
-        char* block;
-        std::size_t length;  // a multiple of kHugeAlign
-    };
-    int depth = 0;  // scopes open on this thread
-    int count = 0;
-    CKept kept[kReuseBlocks];
-};
-
-inline CReuseState& ReuseState() {
-    static thread_local CReuseState state;
-    return state;
-}
-
-// Releases the kept blocks.
-inline void ReleaseKept() {
-    CReuseState& s = ReuseState();
-    for (int k = 0; k < s.count; ++k) UnmapBlock(s.kept[k].block, s.kept[k].length);
-    s.count = 0;
-}
-
-// A kept block of MappedLength(bytes) (the head of the smallest one that fits), or null;
-// none fitting, the kept ones are released.
-inline void* TakeKept(std::size_t bytes) {
-    CReuseState& s = ReuseState();
-    const std::size_t length = MappedLength(bytes);
-    int best = -1;
-    for (int k = 0; k < s.count; ++k)
-        if (s.kept[k].length >= length && (best < 0 || s.kept[k].length < s.kept[best].length))
-            best = k;
-    if (best < 0) {
-        ReleaseKept();
-        return nullptr;
-    }
-    CReuseState::CKept& b = s.kept[best];
-    char* const block = b.block;
-    if (b.length > length) {  // the tail stays kept
-        b.block += length;
-        b.length -= length;
-    } else {
-        b = s.kept[--s.count];
-    }
-    return block;
-}
-
-// Keeps a block of MapBlock(bytes) for reuse inside a scope, else releases it.
-inline void GiveBack(void* block, std::size_t bytes) {
-    CReuseState& s = ReuseState();
-    if (block == nullptr) return;
-    if (s.depth == 0 || s.count == kReuseBlocks) {
-        UnmapBlock(block, bytes);
-        return;
-    }
-    s.kept[s.count++] = CReuseState::CKept{static_cast<char*>(block), MappedLength(bytes)};
-}
-
-// Scope of reuse (see above); scopes nest.
-class CReuseScope {
-public:
-    CReuseScope() { ++ReuseState().depth; }
-    ~CReuseScope() {
-        if (--ReuseState().depth == 0) ReleaseKept();
-    }
-    CReuseScope(const CReuseScope&) = delete;
-    CReuseScope& operator=(const CReuseScope&) = delete;
-};
-
-// A block of at least bytes bytes whose contents are unspecified (a kept one inside a reuse
-// scope, else fresh and zeroed), or null. mapped as for AllocZeroed.
-inline void* AllocAny(std::size_t bytes, std::size_t& mapped) {
-    if (IsMapped(bytes)) {
-        if (void* kept = TakeKept(bytes)) {
-            mapped = MappedLength(bytes);
-            return kept;
-        }
-    }
-    return AllocZeroed(bytes, mapped);
-}
-
-// An owned block of AllocAny that holds arrays of trivial types one after another: a pass
+// An owned block of AllocZeroed that holds arrays of trivial types one after another: a pass
 // that needs scratch memory first and a result of the same size after can use one block for
 // both instead of two. Throws std::bad_alloc when the block cannot be had.
 class CBlock {
 public:
     CBlock() = default;
     explicit CBlock(std::size_t bytes) : m_bytes(bytes) {
-        m_block = AllocAny(bytes, m_mapped);
+        m_block = AllocZeroed(bytes, m_mapped);
         if (m_block == nullptr && bytes > 0) throw std::bad_alloc();
     }
     ~CBlock() { Release(); }
@@ -228,12 +138,7 @@ public:
     }
 
 private:
-    void Release() {
-        if (m_mapped > 0)
-            GiveBack(m_block, m_mapped);
-        else
-            std::free(m_block);
-    }
+    void Release() { FreePages(m_block, m_mapped); }
 
     void* m_block = nullptr;
     std::size_t m_mapped = 0;
@@ -241,7 +146,7 @@ private:
 };
 
 // The allocator of the library's arrays: blocks of kMinPageBlock bytes or more are mapped as
-// above (and reused inside a CReuseScope), smaller ones come from std::allocator. Stateless;
+// above, smaller ones come from std::allocator. Stateless;
 // the element count given back to deallocate tells which kind a block is.
 template <class T>
 struct Allocator {
@@ -254,15 +159,14 @@ struct Allocator {
         if (n > static_cast<std::size_t>(-1) / sizeof(T)) throw std::bad_alloc();
         const std::size_t bytes = n * sizeof(T);
         if (!IsMapped(bytes)) return std::allocator<T>().allocate(n);
-        void* block = TakeKept(bytes);
-        if (block == nullptr) block = MapBlock(bytes);
+        void* block = MapBlock(bytes);
         if (block == nullptr) throw std::bad_alloc();
         return static_cast<T*>(block);
     }
     void deallocate(T* p, std::size_t n) noexcept {
         const std::size_t bytes = n * sizeof(T);
         if (IsMapped(bytes))
-            GiveBack(p, bytes);
+            UnmapBlock(p, bytes);
         else
             std::allocator<T>().deallocate(p, n);
     }

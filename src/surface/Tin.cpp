@@ -145,8 +145,6 @@ void CTin::SetEPS(double eps) {
 
 int CTin::CreateTin(double angle) {
     DropRayIndex();
-    // Mapped blocks freed during the build (the packed coordinates') serve its later requests.
-    const kel_pages::CReuseScope reuse;
     try {
         if (m_point.GetSize() < 3) {
             KEL_TRACE_ALWAYS(L"CTin::CreateTin nPt < 3");

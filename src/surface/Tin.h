@@ -325,9 +325,6 @@ private:
     // texture emptied. 1, or 0 after InitData(). rangeKept: m_range already is the range of the
     // triangulated vertices, as UpdateTinRange would fold it (the caller made sure).
     int FinishTin(double angle, bool rangeKept = false);
-    // UpdateDepth and / or UpdateTextureCoord in one pass over the points, with their results
-    // and their memory lines; when memory runs out, none of the arrays changes.
-    int UpdatePerVertex(bool depth, bool texture);
     // A boundary triangle that DelTriWithAngle removes.
     bool IsThinOnBoundary(const CTri& t, double angle, int mode) const;
 

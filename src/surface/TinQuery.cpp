@@ -84,47 +84,39 @@ int CTin::UpdateTinRange() {
     return 1;
 }
 
-int CTin::UpdateDepth() { return UpdatePerVertex(true, false); }
-
-int CTin::UpdateTextureCoord() { return UpdatePerVertex(false, true); }
-
-int CTin::UpdatePerVertex(bool depth, bool texture) {
+int CTin::UpdateDepth() {
     const int n = m_point.GetSize();
-    kel_templ::CKelArray<double, double> d, u, v;
+    kel_templ::CKelArray<double, double> depth;
     try {
-        if (depth) d.SetSize(n);
+        depth.SetSize(n);
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::UpdateDepth CMemoryException");
         return 0;
     }
+    for (int i = 0; i < n; ++i) depth[i] = m_range[1].z - m_point[i].z;
+    m_depth = std::move(depth);
+    return 1;
+}
+
+int CTin::UpdateTextureCoord() {
+    const int n = m_point.GetSize();
+    const double sx = m_range[1].x - m_range[0].x, sy = m_range[1].y - m_range[0].y;
+    kel_templ::CKelArray<double, double> texU, texV;
     try {
-        if (texture) {
-            u.SetSize(n);
-            v.SetSize(n);
-        }
+        texU.SetSize(n);
+        texV.SetSize(n);
     } catch (const std::bad_alloc&) {
         KEL_TRACE_ALWAYS(L"CTin::UpdateTextureCoord CMemoryException");
         return 0;
     }
-    // One pass over the points for both: they are 64 bytes apart, and on a large surface
-    // reading them twice costs more than the arithmetic.
-    const double top = m_range[1].z, x0 = m_range[0].x, y0 = m_range[0].y;
-    const double sx = m_range[1].x - x0, sy = m_range[1].y - y0;
-    const CXYZ* p = m_point.GetData();
     for (int i = 0; i < n; ++i) {
-        if (depth) d[i] = top - p[i].z;
-        if (texture) {
-            const double tu = sx > 0.0 ? (p[i].x - x0) / sx : 0.0;
-            const double tv = sy > 0.0 ? (p[i].y - y0) / sy : 0.0;
-            u[i] = std::min(1.0, std::max(0.0, tu));
-            v[i] = std::min(1.0, std::max(0.0, tv));
-        }
+        const double u = sx > 0.0 ? (m_point[i].x - m_range[0].x) / sx : 0.0;
+        const double v = sy > 0.0 ? (m_point[i].y - m_range[0].y) / sy : 0.0;
+        texU[i] = std::min(1.0, std::max(0.0, u));
+        texV[i] = std::min(1.0, std::max(0.0, v));
     }
-    if (depth) m_depth = std::move(d);
-    if (texture) {
-        m_texU = std::move(u);
-        m_texV = std::move(v);
-    }
+    m_texU = std::move(texU);
+    m_texV = std::move(texV);
     return 1;
 }
 

@@ -178,8 +178,6 @@ int CTin::CreateTinSpatial(double angle) {
     const int n = m_point.GetSize();
     if (n < 3) return CreateTin(angle);  // CreateTin traces and empties
     DropRayIndex();
-    // The sort's keys and the packed coordinates, once freed, serve later arrays of the build.
-    const kel_pages::CReuseScope reuse;
     try {
         ResetCellIndex();  // rebuilt by the next AddPoint; frees its memory meanwhile
         m_tri.RemoveAll();

@@ -504,42 +504,13 @@ TEST(PageBlock, ArraysMoveBetweenHeapAndMappedBlocks) {
     EXPECT_EQ(kel_pages::MappedLength(std::size_t(4) << 20), std::size_t(4) << 20);
 }
 
-// Inside a reuse scope a freed mapping serves the next request that fits (split where it is
-// larger); a request that none fits releases the kept ones; the scope's end releases the rest.
-TEST(PageBlock, FreedMappingsServeLaterRequestsInsideAScope) {
+// A mapped block is released with its own length (not with free()); its arrays fit as sized.
+TEST(PageBlock, MappedBlockHoldsWhatFits) {
 #if !defined(_WIN32)
     constexpr std::size_t kMiB = std::size_t(1) << 20;
-    using Bytes = std::vector<char, kel_pages::Allocator<char>>;
-    {
-        kel_pages::CBlock outside(4 * kMiB);  // mapped, released on its own
-        ASSERT_NE(outside.As<double>(kMiB / 2), nullptr);
-        EXPECT_EQ(outside.As<double>(kMiB / 2 + 1), nullptr);
-    }
-    EXPECT_EQ(kel_pages::ReuseState().count, 0);
-    {
-        const kel_pages::CReuseScope scope;
-        char* first = nullptr;
-        {
-            kel_pages::CBlock block(8 * kMiB);
-            first = block.As<char>(8 * kMiB);
-            first[0] = 'k';
-            first[6 * kMiB] = 't';
-        }
-        ASSERT_EQ(kel_pages::ReuseState().count, 1);
-        Bytes head(4 * kMiB), tail(4 * kMiB);  // the head, then the kept tail
-        EXPECT_EQ(head.data(), first);
-        EXPECT_EQ(tail.data(), first + 4 * kMiB);
-        EXPECT_EQ(kel_pages::ReuseState().count, 0);
-        tail = Bytes();
-        EXPECT_EQ(kel_pages::ReuseState().count, 1);
-        Bytes larger(6 * kMiB);  // fits nothing kept: the kept tail is released
-        EXPECT_EQ(kel_pages::ReuseState().count, 0);
-        larger = Bytes();
-        head = Bytes();
-        EXPECT_EQ(kel_pages::ReuseState().count, 2);
-    }
-    EXPECT_EQ(kel_pages::ReuseState().count, 0);
-    EXPECT_EQ(kel_pages::ReuseState().depth, 0);
+    kel_pages::CBlock block(4 * kMiB);
+    ASSERT_NE(block.As<double>(kMiB / 2), nullptr);
+    EXPECT_EQ(block.As<double>(kMiB / 2 + 1), nullptr);
 #endif
 }
 
